@@ -1,0 +1,101 @@
+// The activity loop: one thread, its clock, one-shot clock wake-ups and
+// deferred work. It runs in real time or in deterministic virtual time, where
+// time jumps from one event to the next.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <limits>
+#include <set>
+#include <tuple>
+
+#include "Kiv/Entity.h"
+
+namespace Kiv {
+
+// Loop time in seconds.
+using Seconds = double;
+inline constexpr Seconds kNever = std::numeric_limits<Seconds>::infinity();
+
+class ClockTimer;
+
+// The activity loop's clock.
+class Clock : public Entity {
+  public:
+   Seconds now() const;
+};
+
+class ActivityManager {
+  public:
+   ActivityManager();
+   ActivityManager(const ActivityManager&) = delete;
+   ActivityManager& operator=(const ActivityManager&) = delete;
+
+   // Virtual time starts at `start` (loop time) and `utcAtStart` (UTC seconds);
+   // it moves only when run*() reaches the next event.
+   void virtualTimeIs(Seconds start, Seconds utcAtStart);
+   void realTimeIs();
+   bool virtualTime() const { return virtual_; }
+
+   Seconds currentTime() const;
+   Seconds currentTimeUtc() const;
+   const Pondo::Ptr<Clock>& clock() const { return clock_; }
+
+   // Runs `work` on the loop after the present handler, in posting order.
+   void post(std::function<void()> work);
+   // Runs every event due up to `until` (virtual time ends at `until`).
+   void runUntil(Seconds until);
+   void runFor(Seconds span) { runUntil(currentTime() + span); }
+   // Runs what is due now, without moving time.
+   void runReady() { runUntil(currentTime()); }
+   // Ends a runUntil() in progress after the present event.
+   void stop() { stopped_ = true; }
+
+   std::size_t pendingTimers() const { return timers_.size(); }
+   std::size_t pendingWork() const { return work_.size(); }
+   std::uint64_t eventsRun() const { return eventsRun_; }
+
+  private:
+   friend class ClockTimer;
+   using Entry = std::tuple<Seconds, std::uint64_t, ClockTimer*>;
+   std::set<Entry>::iterator schedule(Seconds when, ClockTimer* t);
+   void cancel(std::set<Entry>::iterator it) { timers_.erase(it); }
+
+   Pondo::Ptr<Clock> clock_;
+   bool virtual_ = false;
+   Seconds virtualNow_ = 0;
+   Seconds utcOffset_ = 0;
+   std::set<Entry> timers_;
+   std::deque<std::function<void()>> work_;
+   std::uint64_t sequence_ = 0;
+   std::uint64_t eventsRun_ = 0;
+   bool stopped_ = false;
+};
+
+ActivityManager& activityManager();
+inline Seconds currentTime() { return activityManager().currentTime(); }
+inline Seconds currentTimeUtc() { return activityManager().currentTimeUtc(); }
+
+// A one-shot wake-up on the clock: `onTime` runs once at or after timeMin.
+// Setting timeMin again moves the deadline; kNever cancels it.
+class ClockTimer {
+  public:
+   ClockTimer(const Pondo::Ptr<Clock>& clock, std::function<void()> onTime);
+   ~ClockTimer();
+   ClockTimer(const ClockTimer&) = delete;
+   ClockTimer& operator=(const ClockTimer&) = delete;
+
+   Seconds timeMin() const { return timeMin_; }
+   void timeMinIs(Seconds t);
+
+  private:
+   friend class ActivityManager;
+   Pondo::Ptr<Clock> clock_;
+   std::function<void()> onTime_;
+   Seconds timeMin_ = kNever;
+   std::set<ActivityManager::Entry>::iterator entry_;
+   bool scheduled_ = false;
+};
+
+}  // namespace Kiv

@@ -1,0 +1,171 @@
+// State machines (reactors) and their inputs.
+//
+// A reactor declares one Kiv::Input per watched entity, in the order its
+// description gives them, each with its handler family:
+//
+//   class PipelineInfoSm : public Kiv::Reactor {
+//      Kiv::Input<const PtpActions> ptpActions_{this, std::move(actions), &PipelineInfoSm::on_ptpActions};
+//      void on_ptpActions(const Kiv::Change& c) {
+//         if (c.field == PtpActions::F::generation) updateAggState();
+//      }
+//   };
+//
+// - child: the handler receives every change of the input's attributes, every
+//   addition, change and removal of a member of its collections, and every
+//   change inside those members (recursive publication; `c.source` tells whose
+//   attribute it is);
+// - self-publisher: assigning a new entity to the input unsubscribes from the
+//   old one and subscribes to the new one;
+// - self: after binding, every member of the new entity's collections is
+//   delivered to the handler as added and every member of the old entity that
+//   the new one lacks as removed; then the optional self handler runs with the
+//   previous entity and whether this is the initial binding.
+//
+// Kiv::make<Sm>(...) constructs the machine, binds its inputs in declaration
+// order (the initial pass), calls handleInitialized() once every required
+// input is present (now or when a later assignment completes them), runs
+// onConstruct(), and switches notifications on.
+//
+// Teardown, when the last reference goes: onDestruct(), notifications off,
+// the zombie-reactor pass (nested machines are detached from their inputs),
+// every input unsubscribes, then the object is deleted, which deletes owned
+// collections and outputs before the references to the inputs (declare inputs
+// first).
+#pragma once
+
+#include <vector>
+
+#include "Kiv/Entity.h"
+
+namespace Kiv {
+
+class Reactor;
+
+class InputBase : public Pondo::Subscriber {
+  public:
+   InputBase(const InputBase&) = delete;
+   InputBase& operator=(const InputBase&) = delete;
+
+  protected:
+   InputBase(Reactor* owner, bool required);
+   ~InputBase();
+
+   // Subscribes to `now` (after leaving `previous`) and replays its members.
+   void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);
+   void unsubscribe(const Pondo::Publisher* entity);
+   // Runs `handler` on the owner unless notifications are off.
+   bool active() const;
+   [[noreturn]] void handlerThrew() const;
+   Reactor* owner() const { return owner_; }
+
+  private:
+   friend class Reactor;
+   virtual const Pondo::Publisher* entity() const = 0;
+   virtual void dispatch(const Change& c) = 0;
+   virtual void selfHandler(const Pondo::Publisher* previous, bool initial) = 0;
+   void start();
+
+   Reactor* owner_;
+   bool required_;
+   bool subscribed_ = false;
+};
+
+template <class T>
+class Input final : public InputBase {
+  public:
+   using Handler = void (Reactor::*)(const Change&);
+   using SelfHandler = void (Reactor::*)(T* previous, bool initial);
+
+   template <class Owner>
+   Input(Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
+         void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
+       : InputBase(owner, true),
+         entity_(std::move(entity)),
+         onChange_(static_cast<Handler>(onChange)),
+         onSelf_(static_cast<SelfHandler>(onSelf)) {}
+
+   // An input that may stay absent without holding back handleInitialized().
+   struct Optional {};
+   template <class Owner>
+   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&))
+       : InputBase(owner, false), entity_(std::move(entity)), onChange_(static_cast<Handler>(onChange)) {}
+
+   ~Input() { unsubscribe(entity_.get()); }
+
+   T* get() const { return entity_.get(); }
+   T* operator->() const { return entity_.get(); }
+   T& operator*() const { return *entity_; }
+   explicit operator bool() const { return bool(entity_); }
+   const Pondo::Ptr<T>& ptr() const { return entity_; }
+
+   // Replaces the watched entity (self-publisher and self steps).
+   Input& operator=(Pondo::Ptr<T> now) {
+      if (now == entity_) return *this;
+      Pondo::Ptr<T> previous = std::exchange(entity_, std::move(now));
+      bind(entity_.get(), previous.get());
+      selfHandler(previous.get(), false);
+      return *this;
+   }
+
+  private:
+   const Pondo::Publisher* entity() const override { return entity_.get(); }
+   void onChange(const Change& c) override {
+      if (active()) dispatch(c);
+   }
+   void dispatch(const Change& c) override {
+      try {
+         (owner()->*onChange_)(c);
+      } catch (...) {
+         handlerThrew();
+      }
+   }
+   void selfHandler(const Pondo::Publisher* previous, bool initial) override {
+      if (!onSelf_) return;
+      try {
+         (owner()->*onSelf_)(static_cast<T*>(const_cast<Pondo::Publisher*>(previous)), initial);
+      } catch (...) {
+         handlerThrew();
+      }
+   }
+
+   Pondo::Ptr<T> entity_;
+   Handler onChange_;
+   SelfHandler onSelf_ = nullptr;
+};
+
+class Reactor : public Entity {
+  public:
+   bool hasNotificationActive() const { return notificationActive_; }
+   void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
+   // The machine that owns this nested one, or null (not counted).
+   Reactor* parent() const { return parent_; }
+   bool initialized() const { return initialized_; }
+
+   // The initial pass; run by Kiv::make.
+   void start();
+
+  protected:
+   explicit Reactor(Reactor* parent = nullptr);
+   ~Reactor() override;
+
+   virtual void handleInitialized() {}
+   virtual void onConstruct() {}
+   virtual void onDestruct() {}
+
+  private:
+   friend class InputBase;
+   void lastReferenceGone() override;
+   void detach();
+   void checkInitialized();
+
+   std::vector<InputBase*> inputs_;
+   Reactor* parent_;
+   Reactor* firstChild_ = nullptr;
+   Reactor* prevSibling_ = nullptr;
+   Reactor* nextSibling_ = nullptr;
+   bool notificationActive_ = false;
+   bool initialized_ = false;
+   bool started_ = false;
+};
+
+}  // namespace Kiv

@@ -1,0 +1,92 @@
+#include "Kiv/Activity.h"
+
+#include <chrono>
+#include <thread>
+
+namespace Kiv {
+
+namespace {
+
+Seconds steadySeconds() {
+   return std::chrono::duration<Seconds>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+Seconds systemSeconds() {
+   return std::chrono::duration<Seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+Seconds Clock::now() const { return activityManager().currentTime(); }
+
+ActivityManager& activityManager() {
+   static ActivityManager m;
+   return m;
+}
+
+ActivityManager::ActivityManager() : clock_(make<Clock>()) {}
+
+void ActivityManager::virtualTimeIs(Seconds start, Seconds utcAtStart) {
+   virtual_ = true;
+   virtualNow_ = start;
+   utcOffset_ = utcAtStart - start;
+}
+
+void ActivityManager::realTimeIs() { virtual_ = false; }
+
+Seconds ActivityManager::currentTime() const { return virtual_ ? virtualNow_ : steadySeconds(); }
+
+Seconds ActivityManager::currentTimeUtc() const { return virtual_ ? virtualNow_ + utcOffset_ : systemSeconds(); }
+
+void ActivityManager::post(std::function<void()> work) { work_.push_back(std::move(work)); }
+
+std::set<ActivityManager::Entry>::iterator ActivityManager::schedule(Seconds when, ClockTimer* t) {
+   return timers_.emplace(when, sequence_++, t).first;
+}
+
+void ActivityManager::runUntil(Seconds until) {
+   stopped_ = false;
+   while (!stopped_) {
+      if (!work_.empty()) {
+         auto work = std::move(work_.front());
+         work_.pop_front();
+         ++eventsRun_;
+         work();
+         continue;
+      }
+      if (timers_.empty()) break;
+      auto [when, seq, timer] = *timers_.begin();
+      if (when > until) break;
+      if (virtual_) {
+         if (when > virtualNow_) virtualNow_ = when;
+      } else if (Seconds wait = when - steadySeconds(); wait > 0) {
+         std::this_thread::sleep_for(std::chrono::duration<Seconds>(wait));
+         continue;  // time has moved; look again
+      }
+      timers_.erase(timers_.begin());
+      timer->scheduled_ = false;
+      timer->timeMin_ = kNever;
+      ++eventsRun_;
+      timer->onTime_();
+   }
+   if (virtual_ && !stopped_ && until > virtualNow_ && until != kNever) virtualNow_ = until;
+}
+
+ClockTimer::ClockTimer(const Pondo::Ptr<Clock>& clock, std::function<void()> onTime)
+    : clock_(clock), onTime_(std::move(onTime)) {}
+
+ClockTimer::~ClockTimer() { timeMinIs(kNever); }
+
+void ClockTimer::timeMinIs(Seconds t) {
+   ActivityManager& loop = activityManager();
+   if (scheduled_) {
+      loop.cancel(entry_);
+      scheduled_ = false;
+   }
+   timeMin_ = t;
+   if (t != kNever) {
+      entry_ = loop.schedule(t, this);
+      scheduled_ = true;
+   }
+}
+
+}  // namespace Kiv

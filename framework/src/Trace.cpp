@@ -1,0 +1,157 @@
+#include "Kiv/Trace.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace Kiv {
+
+namespace {
+
+struct Registry {
+   std::vector<Tracer*> handles;
+   std::map<std::string, std::uint16_t, std::less<>> masks;  // configured by name; "*" for all
+   std::function<void(const TraceRecord&)> sink;
+   std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, &std::fclose};
+
+   Registry() {
+      if (const char* spec = std::getenv("VYRPTP_TRACE")) traceConfigIsLocked(spec);
+      if (const char* path = std::getenv("VYRPTP_TRACE_FILE")) openFile(path);
+   }
+   std::uint16_t maskFor(std::string_view name) const {
+      if (auto it = masks.find(name); it != masks.end()) return it->second;
+      if (auto it = masks.find("*"); it != masks.end()) return it->second;
+      return 0;
+   }
+   void apply() {
+      for (Tracer* t : handles) t->maskIs(maskFor(t->name()));
+   }
+   void openFile(const std::string& path) {
+      std::FILE* f = std::fopen(path.c_str(), "a");
+      if (!f) throw std::runtime_error(fmt::format("cannot open trace file '{}'", path));
+      file.reset(f);
+   }
+   void traceConfigIsLocked(std::string_view spec);
+};
+
+Registry& registry() {
+   static Registry r;
+   return r;
+}
+
+std::uint16_t parseLevels(std::string_view levels, std::string_view item) {
+   if (levels == "*") return kTraceAllLevels;
+   std::uint16_t mask = 0;
+   auto number = [&](std::string_view s) {
+      unsigned v = 0;
+      if (s.empty() || s.size() > 2) throw std::invalid_argument(fmt::format("bad trace level in '{}'", item));
+      for (char c : s) {
+         if (c < '0' || c > '9') throw std::invalid_argument(fmt::format("bad trace level in '{}'", item));
+         v = v * 10 + unsigned(c - '0');
+      }
+      if (v > 15) throw std::invalid_argument(fmt::format("trace level above 15 in '{}'", item));
+      return v;
+   };
+   while (!levels.empty()) {
+      auto comma = levels.find(';');
+      std::string_view part = levels.substr(0, comma);
+      levels = comma == std::string_view::npos ? std::string_view{} : levels.substr(comma + 1);
+      auto dash = part.find('-');
+      unsigned lo = number(part.substr(0, dash));
+      unsigned hi = dash == std::string_view::npos ? lo : number(part.substr(dash + 1));
+      for (unsigned l = lo; l <= hi; ++l) mask |= std::uint16_t(1u << l);
+   }
+   return mask;
+}
+
+void Registry::traceConfigIsLocked(std::string_view spec) {
+   while (!spec.empty()) {
+      auto comma = spec.find(',');
+      std::string_view item = spec.substr(0, comma);
+      spec = comma == std::string_view::npos ? std::string_view{} : spec.substr(comma + 1);
+      if (item.empty()) continue;
+      auto slash = item.find('/');
+      std::string_view name = item.substr(0, slash);
+      if (name.empty()) throw std::invalid_argument(fmt::format("trace item '{}' names no handle", item));
+      std::uint16_t mask = slash == std::string_view::npos ? kTraceAllLevels : parseLevels(item.substr(slash + 1), item);
+      masks[std::string(name)] = mask;
+   }
+   apply();
+}
+
+// "void VyrPtp::IntfInfoSm::updateHwIntfStatus()" -> class "IntfInfoSm", function "updateHwIntfStatus".
+void splitFunction(std::string_view pretty, std::string_view& cls, std::string_view& fn) {
+   auto paren = pretty.find('(');
+   std::string_view head = pretty.substr(0, paren);
+   if (auto space = head.rfind(' '); space != std::string_view::npos) head = head.substr(space + 1);
+   auto sep = head.rfind("::");
+   if (sep == std::string_view::npos) {
+      cls = {};
+      fn = head;
+      return;
+   }
+   fn = head.substr(sep + 2);
+   std::string_view scope = head.substr(0, sep);
+   auto prev = scope.rfind("::");
+   cls = prev == std::string_view::npos ? scope : scope.substr(prev + 2);
+}
+
+std::string_view baseName(std::string_view path) {
+   auto slash = path.rfind('/');
+   return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+}  // namespace
+
+Tracer::Tracer(std::string name) : name_(std::move(name)) {
+   Registry& r = registry();
+   r.handles.push_back(this);
+   mask_ = r.maskFor(name_);
+}
+
+Tracer::~Tracer() { std::erase(registry().handles, this); }
+
+void Tracer::emit(TraceLevel level, const std::source_location& where, std::string_view message) const {
+   TraceRecord rec{name_, level, baseName(where.file_name()), {}, where.line(), {}, message};
+   splitFunction(where.function_name(), rec.className, rec.function);
+   Registry& r = registry();
+   if (r.sink) {
+      r.sink(rec);
+      return;
+   }
+   std::string line = traceLine(rec);
+   line += '\n';
+   std::fputs(line.c_str(), r.file ? r.file.get() : stderr);
+}
+
+std::string traceLine(const TraceRecord& r) {
+   return fmt::format("[{}/{}] {}:{} {}{}{}() {}", r.handle, r.level, r.file, r.line, r.className,
+                      r.className.empty() ? "" : "::", r.function, r.message);
+}
+
+void traceMaskIs(std::string_view handle, std::uint16_t mask) {
+   Registry& r = registry();
+   r.masks[std::string(handle)] = mask;
+   r.apply();
+}
+
+void traceConfigIs(std::string_view spec) { registry().traceConfigIsLocked(spec); }
+
+void traceSinkIs(std::function<void(const TraceRecord&)> sink) { registry().sink = std::move(sink); }
+
+void traceFileIs(const std::string& path) { registry().openFile(path); }
+
+void fatal(std::string_view message, const std::source_location& where) {
+   std::string_view cls, fn;
+   splitFunction(where.function_name(), cls, fn);
+   std::fprintf(stderr, "Assertion failed: %.*s (%s:%u, %.*s%s%.*s)\n", int(message.size()), message.data(),
+                std::string(baseName(where.file_name())).c_str(), unsigned(where.line()), int(cls.size()), cls.data(),
+                cls.empty() ? "" : "::", int(fn.size()), fn.data());
+   std::fflush(stderr);
+   std::abort();
+}
+
+}  // namespace Kiv

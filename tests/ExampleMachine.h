@@ -1,0 +1,97 @@
+// A small entity family and state machine showing the framework's pattern;
+// used by the framework tests.
+#pragma once
+
+#include <vector>
+
+#include "Kiv/Reactor.h"
+#include "Pondo/Types.h"
+#include "Wyx/IntfId.h"
+
+namespace Example {
+
+class Port : public Kiv::Entity {
+  public:
+   struct F {
+      enum : Kiv::FieldId { intf, speed };
+   };
+   explicit Port(Wyx::IntfId intf) : intf_(intf) {}
+   Wyx::IntfId intf() const { return intf_; }
+   int speed() const { return speed_; }
+   void speedIs(int s) { set(speed_, s, F::speed); }
+
+  private:
+   Wyx::IntfId intf_;
+   int speed_ = 0;
+};
+
+class Chassis : public Kiv::Entity {
+  public:
+   struct F {
+      enum : Kiv::FieldId { name, port, generation };
+   };
+   Chassis() = default;
+   Port* port(Wyx::IntfId k) const { return port_.find(k); }
+   const Kiv::Collection<Wyx::IntfId, Port>& port() const { return port_; }
+   Pondo::Ptr<Port> portIs(Wyx::IntfId k) { return port_.is(k); }
+   Pondo::Ptr<Port> portDel(Wyx::IntfId k) { return port_.del(k); }
+   void portDelAll() { port_.delAll(); }
+   Pondo::Generation generation() const { return generation_; }
+   void generationIs(Pondo::Generation g) { set(generation_, g, F::generation); }
+
+  private:
+   Kiv::Collection<Wyx::IntfId, Port> port_{this, F::port, "port"};
+   Pondo::Generation generation_;
+};
+
+// Output: total speed per interface, and how often the generation was seen.
+class Summary : public Kiv::Entity {
+  public:
+   struct F {
+      enum : Kiv::FieldId { speed, generationsSeen };
+   };
+   const Kiv::Map<Wyx::IntfId, int>& speed() const { return speed_; }
+   void speedIs(Wyx::IntfId k, int v) { speed_.is(k, v); }
+   bool speedDel(Wyx::IntfId k) { return speed_.del(k); }
+   int generationsSeen() const { return generationsSeen_; }
+   void generationsSeenIs(int v) { set(generationsSeen_, v, F::generationsSeen); }
+
+  private:
+   Kiv::Map<Wyx::IntfId, int> speed_{this, F::speed, "speed"};
+   int generationsSeen_ = 0;
+};
+
+// Copies each port's speed into the summary; counts generation changes.
+class SummarySm : public Kiv::Reactor {
+  public:
+   SummarySm(Pondo::Ptr<const Chassis> chassis, Pondo::Ptr<Summary> summary)
+       : chassis_(this, std::move(chassis), &SummarySm::on_chassis), summary_(std::move(summary)) {}
+
+   void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
+   std::vector<std::string> log;  // what ran, in order
+
+  private:
+   void on_chassis(const Kiv::Change& c) {
+      if (c.source == chassis_.get()) {
+         if (c.field == Chassis::F::port) handlePort(c.keyAs<Wyx::IntfId>());
+         if (c.field == Chassis::F::generation) summary_->generationsSeenIs(summary_->generationsSeen() + 1);
+      } else if (c.field == Port::F::speed) {
+         handlePort(static_cast<const Port*>(c.source)->intf());
+      }
+   }
+   void handlePort(Wyx::IntfId i) {
+      log.push_back("port " + i.shortName());
+      if (const Port* p = chassis_ ? chassis_->port(i) : nullptr) {
+         summary_->speedIs(i, p->speed());
+      } else {
+         summary_->speedDel(i);
+      }
+   }
+   void handleInitialized() override { log.push_back("initialized"); }
+   void onConstruct() override { log.push_back("construct"); }
+
+   Kiv::Input<const Chassis> chassis_;
+   Pondo::Ptr<Summary> summary_;
+};
+
+}  // namespace Example
