@@ -1,1 +1,162 @@
-int main() { return 0; }
+// vyrptp-sim: runs a virtual switch from a scenario file and shows what the
+// library did.
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <iostream>
+#include <map>
+
+#include "DefaultScenario.h"
+#include "Module.h"
+
+namespace Sim {
+
+std::vector<ModuleMaker>& moduleMakers() {
+   static std::vector<ModuleMaker> makers;
+   return makers;
+}
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: vyrptp-sim [SCENARIO.yaml] [options]\n"
+    "Runs a virtual switch with libVyrPtp; without a scenario, the built-in default one.\n"
+    "  --real-time          run the activity loop in real time instead of virtual time\n"
+    "  --trace SPEC         enable trace handles, e.g. 'AggregatorSmNi/0-9,*/0'\n"
+    "  --trace-file PATH    write traces to PATH instead of standard error\n"
+    "  --verbose            log every decision as it happens\n"
+    "  --print-default      print the built-in default scenario and exit\n"
+    "  --help               this text\n";
+
+struct Options {
+   std::string scenarioPath;
+   bool realTime = false;
+   bool verbose = false;
+};
+
+[[noreturn]] void usageError(const std::string& what) {
+   std::cerr << "vyrptp-sim: " << what << "\n" << kUsage;
+   std::exit(2);
+}
+
+Options parseArguments(int argc, char** argv) {
+   Options o;
+   for (int i = 1; i < argc; ++i) {
+      std::string a = argv[i];
+      auto value = [&]() -> std::string {
+         if (i + 1 >= argc) usageError(a + " needs a value");
+         return argv[++i];
+      };
+      if (a == "--help") {
+         std::cout << kUsage;
+         std::exit(0);
+      } else if (a == "--print-default") {
+         std::cout << kDefaultScenario;
+         std::exit(0);
+      } else if (a == "--real-time") {
+         o.realTime = true;
+      } else if (a == "--verbose") {
+         o.verbose = true;
+      } else if (a == "--trace") {
+         Kiv::traceConfigIs(value());
+      } else if (a == "--trace-file") {
+         Kiv::traceFileIs(value());
+      } else if (a.starts_with("-")) {
+         usageError("unknown option '" + a + "'");
+      } else if (o.scenarioPath.empty()) {
+         o.scenarioPath = a;
+      } else {
+         usageError("more than one scenario file given");
+      }
+   }
+   return o;
+}
+
+int run(const Options& opt) {
+   Scenario scenario = opt.scenarioPath.empty() ? Scenario(kDefaultScenario, "<built-in default scenario>")
+                                                : Scenario::fromFile(opt.scenarioPath);
+   std::vector<std::unique_ptr<Module>> modules;
+   for (ModuleMaker m : moduleMakers()) modules.push_back(m());
+   std::stable_sort(modules.begin(), modules.end(), [](auto& a, auto& b) { return a->order() < b->order(); });
+
+   // Every section and event kind must belong to someone.
+   std::map<std::string, Module*> sectionOwner, eventOwner;
+   for (auto& m : modules) {
+      for (auto& s : m->sections()) sectionOwner[s] = m.get();
+      for (auto& e : m->events()) eventOwner[e] = m.get();
+   }
+   for (const auto& kv : scenario.root()) {
+      std::string key = kv.first.as<std::string>();
+      if (key == "name" || key == "description" || key == "duration" || key == "timeline") continue;
+      if (!sectionOwner.count(key)) scenario.fail(kv.first, fmt::format("unknown section '{}'", key));
+   }
+   for (const Event& e : scenario.timeline()) {
+      if (!eventOwner.count(e.kind)) {
+         throw ScenarioError(fmt::format("{}:{}: unknown event kind '{}'", scenario.origin(), e.line, e.kind));
+      }
+   }
+   for (auto& m : modules) m->load(scenario);
+
+   Kiv::ActivityManager& loop = Kiv::activityManager();
+   if (opt.realTime) {
+      loop.realTimeIs();
+   } else {
+      loop.virtualTimeIs(0, 1.7e9);
+   }
+   const double start = loop.currentTime();
+   const auto wallStart = std::chrono::steady_clock::now();
+
+   World world{scenario};
+   world.verbose = opt.verbose;
+   std::string title = scenario.get<std::string>(scenario.root(), "name", scenario.origin());
+   fmt::print("Scenario: {} ({} events, {:.3f} s simulated, {} time)\n", title, scenario.timeline().size(),
+              scenario.duration(), opt.realTime ? "real" : "virtual");
+   for (auto& m : modules) m->build(world);
+   loop.runReady();
+
+   // Progress on standard error for runs longer than ten simulated seconds.
+   const double progressStep = scenario.duration() / 10;
+   double nextProgress = scenario.duration() > 10 ? progressStep : scenario.duration() + 1;
+   auto runTo = [&](double t) {
+      while (nextProgress <= t) {
+         loop.runUntil(start + nextProgress);
+         fmt::print(stderr, "vyrptp-sim: {:.0f}% ({:.1f} of {:.1f} s)\n", 100 * nextProgress / scenario.duration(),
+                    nextProgress, scenario.duration());
+         nextProgress += progressStep;
+      }
+      loop.runUntil(start + t);
+   };
+   for (const Event& e : scenario.timeline()) {
+      runTo(e.at);
+      world.log("event {} (line {})", e.kind, e.line);
+      eventOwner.at(e.kind)->apply(e, world);
+      loop.runReady();
+      for (auto& m : modules) m->afterEvent(e, world);
+   }
+   runTo(scenario.duration());
+
+   std::string out;
+   for (auto& m : modules) m->report(world, out);
+   const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
+   fmt::print("\n== Summary ==\n{}", out);
+   fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n",
+              loop.currentTime() - start, wall, scenario.timeline().size(), loop.eventsRun());
+   return 0;
+}
+
+}  // namespace
+}  // namespace Sim
+
+int main(int argc, char** argv) {
+   try {
+      return Sim::run(Sim::parseArguments(argc, argv));
+   } catch (const Sim::ScenarioError& e) {
+      std::cerr << "vyrptp-sim: " << e.what() << "\n";
+      return 1;
+   } catch (const std::exception& e) {
+      std::cerr << "vyrptp-sim: error: " << e.what() << "\n";
+      return 1;
+   }
+}

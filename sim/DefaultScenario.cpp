@@ -1,0 +1,22 @@
+#include "DefaultScenario.h"
+
+namespace Sim {
+
+// A small chassis: two chips, a handful of interfaces, and a timeline that
+// exercises each subsystem. Each section belongs to one module of sim/modules/.
+const char* const kDefaultScenario = R"(name: default two-chip switch
+description: >
+  Two forwarding chips with four front-panel ports each; the protocol side
+  changes its actions while the library turns them into hardware state.
+duration: 5
+chips:
+  - logicalFap: 0
+    interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
+  - logicalFap: 1
+    interfaces: [Ethernet3/1, Ethernet3/2, Ethernet4/1, Ethernet4/2]
+timeline:
+  - at: 1.0
+    note: the protocol side starts
+)";
+
+}  // namespace Sim

@@ -1,0 +1,62 @@
+// The chassis inventory (section `chips`) and free-text timeline notes.
+#include <set>
+
+#include "Module.h"
+
+namespace Sim {
+namespace {
+
+class PlatformModule final : public Module {
+  public:
+   std::string name() const override { return "platform"; }
+   int order() const override { return 0; }
+   std::vector<std::string> sections() const override { return {"chips"}; }
+   std::vector<std::string> events() const override { return {"note"}; }
+
+   void load(const Scenario& s) override {
+      YAML::Node chips = s.section("chips");
+      if (!chips) return;
+      if (!chips.IsSequence()) s.fail(chips, "'chips' is a list of chips");
+      std::set<Pondo::LogicalFapId> faps;
+      std::set<Wyx::IntfId> seen;
+      for (const YAML::Node& c : chips) {
+         s.onlyKeys(c, {"logicalFap", "interfaces"});
+         Chip chip;
+         chip.line = c.Mark().line + 1;
+         int fap = s.get<int>(c, "logicalFap");
+         if (fap < 0 || fap > 0xFFFF) s.fail(c["logicalFap"], "'logicalFap' must be 0..65535");
+         chip.logicalFap = Pondo::LogicalFapId(fap);
+         if (!faps.insert(chip.logicalFap).second) s.fail(c, fmt::format("logical FAP {} declared twice", fap));
+         YAML::Node intfs = c["interfaces"];
+         if (intfs && !intfs.IsSequence()) s.fail(intfs, "'interfaces' is a list of interface names");
+         for (const YAML::Node& i : intfs) {
+            auto id = Wyx::IntfId::parse(s.as<std::string>(i, "interface"));
+            if (!id || !Wyx::isEthernetIntfId(*id)) s.fail(i, fmt::format("'{}' is not an Ethernet interface name", i.Scalar()));
+            if (!seen.insert(*id).second) s.fail(i, fmt::format("interface {} is on two chips", id->name()));
+            chip.interfaces.push_back(*id);
+         }
+         chips_.push_back(std::move(chip));
+      }
+   }
+
+   void build(World& w) override {
+      w.chips = chips_;
+      for (const Chip& c : w.chips) w.log("chip logicalFap {} with {} interfaces", c.logicalFap, c.interfaces.size());
+   }
+
+   void apply(const Event& e, World& w) override { w.log("note: {}", e.body.Scalar()); }
+
+   void report(World& w, std::string& out) override {
+      std::size_t intfs = 0;
+      for (const Chip& c : w.chips) intfs += c.interfaces.size();
+      out += fmt::format("Chassis: {} chips, {} interfaces.\n", w.chips.size(), intfs);
+   }
+
+  private:
+   std::vector<Chip> chips_;
+};
+
+VYRPTP_SIM_MODULE(PlatformModule);
+
+}  // namespace
+}  // namespace Sim
