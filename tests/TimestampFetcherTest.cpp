@@ -100,6 +100,15 @@ TEST_F(TimestampFetcher, NonDecimalCounterTextIsTracedAndItsNumberUsed) {
    EXPECT_TRUE(traces.has(0, "Here is the invalid portion: "));
 }
 
+TEST_F(TimestampFetcher, CounterTextEndsAtItsFirstZeroByte) {
+   ham->textIs("ptp_timestamp", std::string("12\0ab", 5));
+   EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 12u);
+   EXPECT_TRUE(traces.records.size() == 1u && traces.has(8, "activeHpxHam"));
+   ham->textIs("ptp_timestamp", std::string("\0" "12", 3));
+   EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 0u);
+   EXPECT_TRUE(traces.has(0, "Error: The timestamp used isn't a valid U64: "));
+}
+
 TEST_F(TimestampFetcher, SimulationDoesNotValidateCounterText) {
    setenv("SIMULATION_VMID", "1", 1);
    ham->textIs("ptp_timestamp", "12ab");

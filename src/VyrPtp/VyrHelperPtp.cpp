@@ -15,10 +15,11 @@ namespace {
 
 Kiv::Tracer trace{"VyrPtp"};
 
-// Unsigned base-10 conversion of counter text; `rest` is what it left unconsumed.
-U64 toU64(const Pondo::String& text, const char*& rest) {
+// Unsigned base-10 conversion of counter text (up to its first zero byte);
+// `rest` is what it left unconsumed.
+U64 toU64(const char* text, const char*& rest) {
    char* end = nullptr;
-   U64 v = std::strtoull(text.c_str(), &end, 10);
+   U64 v = std::strtoull(text, &end, 10);
    rest = end;
    return v;
 }
@@ -111,7 +112,7 @@ U64 TimestampFetcher::readHpxCounter(const Pondo::String& name) const {
       return 0;
    }
    ham->valueRead(name);
-   const Pondo::String& text = ham->result();
+   const char* text = ham->result().c_str();
    const char* rest = nullptr;
    const U64 value = toU64(text, rest);
    if (!std::getenv("SIMULATION_VMID")) Kiv::make<Conversion>(text, rest)->assertValid();
@@ -177,7 +178,7 @@ GpioSampleStatus TimestampFetcher::hpxGpioTimestampStatus() const {
    }
    ham->valueRead("ptp_gpio_sample_status");
    const char* rest = nullptr;
-   return gpioSampleStatus(toU64(ham->result(), rest));
+   return gpioSampleStatus(toU64(ham->result().c_str(), rest));
 }
 
 GpioSampleStatus TimestampFetcher::hpxGpioTimestampStatusFromOffset(U32 regOffset) const {
