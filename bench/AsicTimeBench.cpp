@@ -64,7 +64,7 @@ BENCHMARK(BM_CalcEgressTimestamp);
 
 // One record from a real file in the temporary directory, through an open descriptor.
 void BM_ReadAsicTimestamp(benchmark::State& state) {
-   const std::string path = (std::filesystem::temp_directory_path() / "vyrptp-bench-asic-time-ts").string();
+   const auto path = std::filesystem::temp_directory_path() / fmt::format("vyrptp-bench-asic-time-{}", getpid());
    std::ofstream(path) << "1700000000000000000 1700000000000000001 42\n";
    const int fd = ::open(path.c_str(), O_RDONLY);
    U64 tod = 0;
