@@ -14,9 +14,24 @@ chips:
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
   - logicalFap: 1
     interfaces: [Ethernet3/1, Ethernet3/2, Ethernet4/1, Ethernet4/2]
+asicTime:
+  initCounter: true          # the chips' time counters start on "init"
+  waitForCounterInit: true
+  hpx: hpx1                  # the FPGA whose PTP counter time sync uses
+  egressPeriod: 0.25
 timeline:
   - at: 1.0
     note: the protocol side starts
+  - at: 2.0
+    asicTimeFault: {logicalFap: 1, fault: missing, for: 1.2}
+  - at: 2.6
+    hpxFault: {fault: stepBack, by: 2.0, for: 0.5}
+  - at: 3.5
+    asicTimeFault: {logicalFap: 0, fault: zero, for: 0.5}
+  - at: 4.1
+    hpxFault: {fault: text, text: 12ab, for: 0.3}
+  - at: 4.6
+    hpxFault: {fault: gpio, value: 5}
 )";
 
 }  // namespace Sim

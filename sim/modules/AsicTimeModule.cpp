@@ -1,0 +1,376 @@
+// ASIC time access (section `asicTime`, events `asicTimeFault` and `hpxFault`).
+//
+// A simulated kernel keeps one ASIC time file per chip in a temporary directory
+// that the platform serves as "/proc/asic-time": every 10 ms it writes
+// "<time of day> <PTP time> <ASIC time>" into <n>/ts, n being the chip's
+// logical FAP, and, when counters need initialisation, starts a chip's counter
+// once "init" appears in <n>/cfg (until then the file reads "0 0 0"). A
+// simulated FPGA's PTP counter follows virtual time. Per chip the library's
+// AsicTimestampFetcherWrapper opens and watches the file, and a
+// TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
+// egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
+// which are checked against the latch time. The FPGA is meant to carry the
+// chips' time, so its faults show up as wrongly widened timestamps; when a
+// timed FPGA fault ends, time synchronisation puts its counter right again.
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "Hpx/SimHam.h"
+#include "Module.h"
+#include "Platform/File.h"
+#include "VyrPtp/VyrHelperPtp.h"
+
+namespace Sim {
+namespace {
+
+constexpr Kiv::Seconds kKernelPeriod = 0.01;
+constexpr Kiv::Seconds kLatchDelay = 0.02;
+constexpr std::uint64_t kSecond = 1'000'000'000;
+
+// One fault event, checked at load.
+struct Fault {
+   std::string fault;
+   int logicalFap = -1;
+   double span = 0;  // `for`, seconds
+   double by = 0;    // `by`, seconds
+   std::string text;
+   std::uint32_t value = 0;
+};
+
+Fault parseFault(const Scenario& s, const Event& e) {
+   const YAML::Node& b = e.body;
+   if (!b.IsMap()) s.fail(b, fmt::format("'{}' is a map with 'fault' and its settings", e.kind));
+   Fault f;
+   f.fault = s.get<std::string>(b, "fault");
+   auto positive = [&](const char* key) {
+      double v = s.get<double>(b, key);
+      if (v <= 0) s.fail(b[key], fmt::format("'{}' must be positive", key));
+      return v;
+   };
+   if (e.kind == "asicTimeFault") {
+      s.onlyKeys(b, {"logicalFap", "fault", "for", "text"});
+      f.logicalFap = s.get<int>(b, "logicalFap");
+      if (f.fault != "missing" && f.fault != "zero" && f.fault != "garbage") {
+         s.fail(b["fault"], fmt::format("unknown ASIC time fault '{}' (expected one of: missing, zero, garbage)", f.fault));
+      }
+      f.span = positive("for");
+      f.text = s.get<std::string>(b, "text", "garbage");
+      if (f.fault != "garbage" && b["text"]) s.fail(b["text"], "'text' belongs to the 'garbage' fault");
+      return f;
+   }
+   s.onlyKeys(b, {"fault", "by", "for", "text", "value"});
+   if (f.fault == "stepBack") {
+      f.by = positive("by");
+      if (b["for"]) f.span = positive("for");
+   } else if (f.fault == "stall") {
+      f.span = positive("for");
+   } else if (f.fault == "text") {
+      f.text = s.get<std::string>(b, "text");
+      f.span = positive("for");
+   } else if (f.fault == "gpio") {
+      f.value = s.get<std::uint32_t>(b, "value");
+   } else {
+      s.fail(b["fault"], fmt::format("unknown FPGA fault '{}' (expected one of: stepBack, stall, text, gpio)", f.fault));
+   }
+   return f;
+}
+
+// Calls back when a file machine's status changes readiness.
+class ReadyWatch final : public Kiv::Reactor {
+  public:
+   ReadyWatch(Pondo::Ptr<const VyrPtp::AsicTimestampFileStatus> status, std::function<void(int)> onFd)
+       : status_(this, std::move(status), &ReadyWatch::on_status), onFd_(std::move(onFd)) {}
+
+  private:
+   void on_status(const Kiv::Change& c) {
+      if (c.field == VyrPtp::AsicTimestampFileStatus::F::timestampFd) onFd_(status_->timestampFd());
+   }
+   Kiv::Input<const VyrPtp::AsicTimestampFileStatus> status_;
+   std::function<void(int)> onFd_;
+};
+
+// What one way of widening made of the chip's egress timestamps.
+struct Tally {
+   unsigned correct = 0, wrong = 0, noTime = 0, notReady = 0;
+   std::string toString() const {
+      return fmt::format("{} correct, {} wrong, {} without time, {} skipped (not ready)", correct, wrong, noTime,
+                         notReady);
+   }
+};
+
+struct ChipTime {
+   const Chip* chip;
+   std::uint8_t unit;
+   Pondo::Ptr<VyrPtp::AsicTimestampFetcherWrapper> wrapper;
+   Pondo::Ptr<VyrPtp::TimestampFetcher> hpxFetcher;
+   Pondo::Ptr<ReadyWatch> watch;
+   // The simulated kernel's side.
+   bool counterRunning = false;
+   std::string fault;  // ASIC time fault in force, or empty
+   std::string faultText;
+   Kiv::Seconds faultUntil = 0;
+   // What the library did.
+   Tally viaFile, viaHpx;
+   unsigned readyPeriods = 0;
+   Kiv::Seconds firstReady = -1;
+   std::uint32_t sequenceId = 0;
+};
+
+class AsicTimeModule final : public Module {
+  public:
+   ~AsicTimeModule() override {
+      if (dir_.empty()) return;
+      Platform::pathMapIs("/proc/asic-time", "");
+      std::filesystem::remove_all(dir_);
+   }
+
+   std::string name() const override { return "asicTime"; }
+   int order() const override { return 50; }
+   std::vector<std::string> sections() const override { return {"asicTime"}; }
+   std::vector<std::string> events() const override { return {"asicTimeFault", "hpxFault"}; }
+
+   void load(const Scenario& s) override {
+      YAML::Node sec = s.section("asicTime");
+      for (const Event& e : s.timeline()) {
+         if (e.kind != "asicTimeFault" && e.kind != "hpxFault") continue;
+         if (!sec) throw ScenarioError(fmt::format("{}:{}: '{}' needs an 'asicTime' section", s.origin(), e.line, e.kind));
+         parseFault(s, e);
+      }
+      if (!sec) return;
+      if (!sec.IsMap()) s.fail(sec, "'asicTime' is a map of settings");
+      s.onlyKeys(sec, {"initCounter", "waitForCounterInit", "hpx", "egressPeriod"});
+      on_ = true;
+      initCounter_ = s.get<bool>(sec, "initCounter", false);
+      waitForCounterInit_ = s.get<bool>(sec, "waitForCounterInit", false);
+      hpxName_ = s.get<std::string>(sec, "hpx", "hpx1");
+      egressPeriod_ = s.get<double>(sec, "egressPeriod", 0.25);
+      if (egressPeriod_ <= 0) s.fail(sec["egressPeriod"], "'egressPeriod' must be positive");
+   }
+
+   void build(World& w) override {
+      if (!on_) return;
+      world_ = &w;
+      for (const Event& e : w.scenario.timeline()) {
+         if (e.kind != "asicTimeFault") continue;
+         int fap = parseFault(w.scenario, e).logicalFap;
+         if (!findChip(w, fap)) w.scenario.fail(e.body["logicalFap"], fmt::format("no chip with logicalFap {}", fap));
+      }
+      for (const Chip& c : w.chips) {
+         if (c.logicalFap > 255) {
+            throw ScenarioError(fmt::format("{}:{}: logicalFap {} has no ASIC time file (kernel units are 0..255)",
+                                            w.scenario.origin(), c.line, c.logicalFap));
+         }
+      }
+      std::string pattern = (std::filesystem::temp_directory_path() / "vyrptp-sim-asic-time-XXXXXX").string();
+      if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot create the ASIC time directory");
+      dir_ = pattern;
+      Platform::pathMapIs("/proc/asic-time", dir_);
+
+      const Kiv::Seconds utc = Kiv::currentTimeUtc();
+      utcAtStartNs_ = std::uint64_t(std::floor(utc)) * kSecond + std::uint64_t(std::llround((utc - std::floor(utc)) * 1e9));
+      loopAtStart_ = Kiv::currentTime();
+
+      auto syncConfig = w.sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config");
+      auto syncStatus = w.sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
+      ham_ = Kiv::make<Hpx::SimHam>(hpxName_.empty() ? "hpx1" : hpxName_);
+      syncConfig->hpxIs(ham_->name())->hamIs(ham_);
+      syncStatus->activeHpxIs(hpxName_);
+      w.log("asicTime: kernel files in {} served as /proc/asic-time; FPGA {} {}", dir_, ham_->name(),
+            hpxName_.empty() ? "present but not in use" : "in use by time synchronisation");
+
+      for (const Chip& c : w.chips) {
+         ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap)}).first->second;
+         t.counterRunning = !initCounter_;
+         std::filesystem::create_directories(fmt::format("{}/{}", dir_, t.unit));
+         std::ofstream(cfgPath(t));
+         writeTimeFile(t);
+      }
+      for (auto& [fap, t] : chips_) {
+         ChipTime* chip = &t;
+         t.hpxFetcher = VyrPtp::timestampFetcherFactory(syncStatus, syncConfig);
+         t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
+         t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
+         fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
+      }
+      kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });
+      kernel_->timeMinIs(Kiv::currentTime() + kKernelPeriod);
+      egress_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { egressTick(); });
+      egress_->timeMinIs(Kiv::currentTime() + egressPeriod_);
+   }
+
+   void apply(const Event& e, World& w) override {
+      const Fault f = parseFault(w.scenario, e);
+      const Kiv::Seconds now = Kiv::currentTime();
+      if (e.kind == "asicTimeFault") {
+         ChipTime& t = chips_.at(Pondo::LogicalFapId(f.logicalFap));
+         t.fault = f.fault;
+         t.faultText = f.text;
+         t.faultUntil = now + f.span;
+         if (f.fault == "missing") {
+            // Descriptors still open on the file read nothing from now on.
+            std::error_code alreadyGone;
+            std::filesystem::resize_file(tsPath(t), 0, alreadyGone);
+            std::filesystem::remove(tsPath(t), alreadyGone);
+         } else {
+            writeTimeFile(t);
+         }
+         w.log("asicTime: kernel: {} of chip {} {} for {} s", f.fault == "missing" ? "time file" : "counter",
+               t.unit, f.fault == "missing" ? "removed" : f.fault == "zero" ? "reads 0" : "reads '" + f.text + "'",
+               f.span);
+         return;
+      }
+      if (f.fault == "stepBack") {
+         ham_->stepBy(-std::llround(f.by * 1e9));
+         if (f.span > 0) hpxFaultUntil_ = now + f.span;
+         w.log("asicTime: FPGA counter steps back {} s{}", f.by,
+               f.span > 0 ? fmt::format(", for {} s", f.span) : std::string());
+      } else if (f.fault == "stall") {
+         ham_->stalledIs(true);
+         hpxFaultUntil_ = now + f.span;
+         w.log("asicTime: FPGA counter stalls for {} s", f.span);
+      } else if (f.fault == "text") {
+         ham_->textIs("ptp_timestamp", f.text);
+         hpxFaultUntil_ = now + f.span;
+         w.log("asicTime: FPGA counter reads '{}' for {} s", f.text, f.span);
+      } else {
+         ham_->textIs("ptp_gpio_sample_status", std::to_string(f.value));
+         auto fetcher = chips_.empty() ? nullptr : chips_.begin()->second.hpxFetcher;
+         w.log("asicTime: FPGA GPIO sample status value {}: library reads {}", f.value,
+               fetcher ? Pondo::enumName(fetcher->hpxGpioTimestampStatus()) : "nothing (no chips)");
+      }
+   }
+
+   void report(World&, std::string& out) override {
+      if (!on_) return;
+      out += fmt::format("ASIC time (initCounter {}, waitForCounterInit {}, egress timestamp every {} s per chip):\n",
+                         initCounter_, waitForCounterInit_, egressPeriod_);
+      for (auto& [fap, t] : chips_) {
+         const auto* st = t.wrapper->fileStatus();
+         out += fmt::format("  chip {}: /proc/asic-time/{}/ts {}, first ready at {}, ready {} time(s), {} reopen "
+                            "request(s) after failed reads\n",
+                            fap, t.unit, st->ready() ? "ready" : "NOT ready",
+                            t.firstReady < 0 ? "never" : fmt::format("{:.3f} s", t.firstReady), t.readyPeriods,
+                            t.wrapper->fileConfig()->startPollingGenId());
+         out += fmt::format("    via ASIC time file: {}\n", t.viaFile.toString());
+         out += fmt::format("    via FPGA counter:   {}; fetcher errors {}\n", t.viaHpx.toString(),
+                            t.hpxFetcher->errors());
+      }
+   }
+
+  private:
+   static const Chip* findChip(const World& w, int fap) {
+      for (const Chip& c : w.chips) {
+         if (c.logicalFap == fap) return &c;
+      }
+      return nullptr;
+   }
+   std::string tsPath(const ChipTime& t) const { return fmt::format("{}/{}/ts", dir_, t.unit); }
+   std::string cfgPath(const ChipTime& t) const { return fmt::format("{}/{}/cfg", dir_, t.unit); }
+   // UTC nanoseconds at loop time `at`.
+   std::uint64_t utcNs(Kiv::Seconds at) const {
+      return utcAtStartNs_ + std::uint64_t(std::llround((at - loopAtStart_) * 1e9));
+   }
+
+   void fileReadyIs(ChipTime& t, int fd) {
+      if (fd < 0) {
+         if (t.readyPeriods) world_->log("asicTime: chip {}: ASIC time file machine not ready", t.unit);
+         return;
+      }
+      ++t.readyPeriods;
+      if (t.firstReady < 0) t.firstReady = Kiv::currentTime();
+      world_->log("asicTime: chip {}: ASIC time file machine ready (descriptor {})", t.unit, fd);
+   }
+
+   // The kernel's view of one chip's time, as a read of its time file returns it.
+   void writeTimeFile(ChipTime& t) {
+      std::string text;
+      if (t.fault == "garbage") {
+         text = t.faultText + "\n";
+      } else if (!t.counterRunning || t.fault == "zero") {
+         text = "0 0 0\n";
+      } else {
+         const std::uint64_t now = utcNs(Kiv::currentTime());
+         text = fmt::format("{} {} {}\n", now, ham_->counter(), now);
+      }
+      std::ofstream(tsPath(t), std::ios::trunc) << text;
+   }
+
+   void kernelTick() {
+      const Kiv::Seconds now = Kiv::currentTime();
+      for (auto& [fap, t] : chips_) {
+         if (!t.counterRunning) {
+            std::ifstream cfg(cfgPath(t));
+            std::string command((std::istreambuf_iterator<char>(cfg)), {});
+            if (command == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
+               t.counterRunning = true;
+               std::ofstream(cfgPath(t), std::ios::trunc);
+               world_->log("asicTime: kernel: counter of chip {} initialised", t.unit);
+            }
+         }
+         if (!t.fault.empty() && now >= t.faultUntil) {
+            world_->log("asicTime: kernel: {} fault of chip {} over", t.fault, t.unit);
+            t.fault.clear();
+         }
+         if (t.fault != "missing") writeTimeFile(t);
+      }
+      if (hpxFaultUntil_ > 0 && now >= hpxFaultUntil_) {
+         ham_->stalledIs(false);
+         ham_->textDel("ptp_timestamp");
+         ham_->counterIs(utcNs(now));
+         hpxFaultUntil_ = 0;
+         world_->log("asicTime: FPGA counter runs normally again");
+      }
+      kernel_->timeMinIs(now + kKernelPeriod);
+   }
+
+   void widen(ChipTime& t, VyrPtp::TimestampFetcherBase& fetcher, Tally& tally, std::uint64_t latched,
+              Wyx::IntfId intf, const char* via) {
+      if (!fetcher.timestampReady()) {
+         ++tally.notReady;
+         return;
+      }
+      const std::uint64_t widened = fetcher.egressTimestamp(intf, t.sequenceId, std::uint32_t(latched));
+      const char* verdict = widened == 0 ? "no time" : widened == latched ? "correct" : "WRONG";
+      ++(widened == 0 ? tally.noTime : widened == latched ? tally.correct : tally.wrong);
+      if (world_->verbose || widened != latched) {
+         world_->log("asicTime: chip {} {} seq {} via {}: latched {} widened {} ({})", t.unit, intf.shortName(),
+                     t.sequenceId, via, latched, widened, verdict);
+      }
+   }
+
+   void egressTick() {
+      const Kiv::Seconds now = Kiv::currentTime();
+      const std::uint64_t latched = utcNs(now - kLatchDelay);
+      for (auto& [fap, t] : chips_) {
+         ++t.sequenceId;
+         const auto& intfs = t.chip->interfaces;
+         const Wyx::IntfId intf = intfs.empty() ? Wyx::IntfId() : intfs[t.sequenceId % intfs.size()];
+         widen(t, *t.wrapper->timestampFetcher(), t.viaFile, latched, intf, "file");
+         widen(t, *t.hpxFetcher, t.viaHpx, latched, intf, "FPGA");
+      }
+      egress_->timeMinIs(now + egressPeriod_);
+   }
+
+   bool on_ = false;
+   bool initCounter_ = false;
+   bool waitForCounterInit_ = false;
+   std::string hpxName_;
+   double egressPeriod_ = 0.25;
+   World* world_ = nullptr;
+   std::string dir_;
+   std::uint64_t utcAtStartNs_ = 0;
+   Kiv::Seconds loopAtStart_ = 0;
+   Kiv::Seconds hpxFaultUntil_ = 0;  // end of the timed FPGA fault in force
+   Pondo::Ptr<Hpx::SimHam> ham_;
+   std::map<Pondo::LogicalFapId, ChipTime> chips_;
+   std::unique_ptr<Kiv::ClockTimer> kernel_, egress_;
+};
+
+VYRPTP_SIM_MODULE(AsicTimeModule);
+
+}  // namespace
+}  // namespace Sim
