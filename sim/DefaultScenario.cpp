@@ -14,9 +14,27 @@ chips:
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
   - logicalFap: 1
     interfaces: [Ethernet3/1, Ethernet3/2, Ethernet4/1, Ethernet4/2]
+programmers:
+  - name: CF_UPDATE
+    interfaces: all
+    pipeline: true
+    delay: 0.05
+  - name: INGRESS_FWD
+    interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
+    pipeline: true
+    delay: 0.2
+    failsAt: [2]
 timeline:
   - at: 1.0
     note: the protocol side starts
+  - at: 1.5
+    bumpGeneration:
+  - at: 2.5
+    bumpGeneration:
+  - at: 3.5
+    bumpGeneration:
+  - at: 3.6
+    bumpGeneration:
 )";
 
 }  // namespace Sim

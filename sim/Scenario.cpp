@@ -36,7 +36,15 @@ Scenario::Scenario(const std::string& text, std::string origin) : origin_(std::m
          last = std::max(last, ev.at);
          timeline_.push_back(std::move(ev));
       }
-      std::stable_sort(timeline_.begin(), timeline_.end(), [](const Event& a, const Event& b) { return a.at < b.at; });
+      // Assigning a YAML::Node to another rewrites the document node the target
+      // refers to, so the events are put in order by copying, never by assignment.
+      std::vector<const Event*> order;
+      for (const Event& ev : timeline_) order.push_back(&ev);
+      std::stable_sort(order.begin(), order.end(), [](const Event* a, const Event* b) { return a->at < b->at; });
+      std::vector<Event> sorted;
+      sorted.reserve(order.size());
+      for (const Event* ev : order) sorted.push_back(*ev);
+      timeline_ = std::move(sorted);
    }
    duration_ = get<double>(root_, "duration", last + 1.0);
    if (duration_ <= 0) fail(root_["duration"], "'duration' must be positive");
