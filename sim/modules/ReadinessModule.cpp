@@ -18,6 +18,7 @@
 //   timeline:
 //     - at: 2.0
 //       bumpGeneration:
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -32,7 +33,7 @@ using VyrPtp::ActionTypes::PtpActions;
 using namespace VyrPtp::Programmer;
 using Wyx::IntfId;
 
-struct ProgrammerSpec {
+struct ProgrammerDecl {
    std::string name;
    bool allInterfaces = false;
    std::vector<YAML::Node> interfaces;  // the names, checked against the chassis when it is built
@@ -52,17 +53,17 @@ struct Records {
 // generation `delay` after it appears.
 class SimProgrammer final : public Kiv::Reactor {
   public:
-   SimProgrammer(ProgrammerSpec spec, std::vector<IntfId> intfs, Pondo::Ptr<const PtpActions> actions,
+   SimProgrammer(ProgrammerDecl decl, std::vector<IntfId> intfs, Pondo::Ptr<const PtpActions> actions,
                  const Records& records, World& world)
        : actions_(this, std::move(actions), &SimProgrammer::on_actions),
-         spec_(std::move(spec)),
+         decl_(std::move(decl)),
          intfs_(std::move(intfs)),
          records_(records),
          world_(world) {
-      records_.status->programmerActiveIs(spec_.name);
-      records_.status->statusIs(spec_.name);
+      records_.status->programmerActiveIs(decl_.name);
+      records_.status->statusIs(decl_.name);
       for (IntfId i : intfs_) {
-         records_.intfInfoStatus->intfInfoIs(i)->programmerInfoIs(spec_.name);
+         records_.intfInfoStatus->intfInfoIs(i)->programmerInfoIs(decl_.name);
          // The static record comes before the first per-interface report.
          if (!records_.status->staticHwIntfStatus(i)) {
             auto s = records_.status->staticHwIntfStatusIs(i, Ptp::LinuxTsOptions());
@@ -70,35 +71,35 @@ class SimProgrammer final : public Kiv::Reactor {
             s->timestampMultiplierIs(1);
             s->timestampDividerIs(1);
          }
-         records_.status->intfStatusIs({spec_.name, i});
+         records_.status->intfStatusIs({decl_.name, i});
       }
-      if (spec_.pipeline) records_.pipelineInfoStatus->programmerInfoIs(spec_.name);
+      if (decl_.pipeline) records_.pipelineInfoStatus->programmerInfoIs(decl_.name);
    }
 
   private:
    // The actions present at start are programmed like any later ones.
-   void handleInitialized() override { timer_.timeMinIs(Kiv::currentTime() + spec_.delay); }
+   void handleInitialized() override { timer_.timeMinIs(Kiv::currentTime() + decl_.delay); }
    void on_actions(const Kiv::Change& c) {
       if (c.source == actions_.get() && c.field == PtpActions::F::generation) {
-         timer_.timeMinIs(Kiv::currentTime() + spec_.delay);
+         timer_.timeMinIs(Kiv::currentTime() + decl_.delay);
       }
    }
    void report() {
-      const Pondo::Generation g{actions_->generation().counter, !spec_.failsAt.count(actions_->generation().counter)};
-      world_.log("programmer {} reports generation {} {} for {} interfaces{}", spec_.name, g.counter,
-                 g.flag ? "programmed" : "FAILED", intfs_.size(), spec_.pipeline ? " and the pipeline" : "");
+      const Pondo::Generation g{actions_->generation().counter, !decl_.failsAt.count(actions_->generation().counter)};
+      world_.log("programmer {} reports generation {} {} for {} interfaces{}", decl_.name, g.counter,
+                 g.flag ? "programmed" : "FAILED", intfs_.size(), decl_.pipeline ? " and the pipeline" : "");
       for (IntfId i : intfs_) {
-         records_.intfInfoStatus->intfInfo(i)->programmerInfo(spec_.name)->generationIs(g);
-         records_.status->intfStatus({spec_.name, i})->generationIs(g);
+         records_.intfInfoStatus->intfInfo(i)->programmerInfo(decl_.name)->generationIs(g);
+         records_.status->intfStatus({decl_.name, i})->generationIs(g);
       }
-      if (spec_.pipeline) records_.pipelineInfoStatus->programmerInfo(spec_.name)->generationIs(g);
-      Info* info = records_.status->status(spec_.name);
+      if (decl_.pipeline) records_.pipelineInfoStatus->programmerInfo(decl_.name)->generationIs(g);
+      Info* info = records_.status->status(decl_.name);
       info->generationIs(g);
       info->hwProgrammedIs(g.flag);
    }
 
    Kiv::Input<const PtpActions> actions_;
-   ProgrammerSpec spec_;
+   ProgrammerDecl decl_;
    std::vector<IntfId> intfs_;
    Records records_;
    World& world_;
@@ -198,38 +199,38 @@ class ReadinessModule final : public Module {
       if (!list.IsSequence()) s.fail(list, "'programmers' is a list of programmers");
       for (const YAML::Node& p : list) {
          s.onlyKeys(p, {"name", "interfaces", "pipeline", "delay", "failsAt"});
-         ProgrammerSpec spec;
-         spec.name = s.get<std::string>(p, "name");
-         if (spec.name.empty()) s.fail(p, "a programmer's 'name' is empty");
-         for (const ProgrammerSpec& other : specs_) {
-            if (other.name == spec.name) s.fail(p, fmt::format("programmer {} declared twice", spec.name));
+         ProgrammerDecl decl;
+         decl.name = s.get<std::string>(p, "name");
+         if (decl.name.empty()) s.fail(p, "a programmer's 'name' is empty");
+         for (const ProgrammerDecl& other : decls_) {
+            if (other.name == decl.name) s.fail(p, fmt::format("programmer {} declared twice", decl.name));
          }
          if (YAML::Node intfs = p["interfaces"]) {
-            spec.allInterfaces = intfs.IsScalar() && intfs.Scalar() == "all";
-            if (!spec.allInterfaces && !intfs.IsSequence()) {
+            decl.allInterfaces = intfs.IsScalar() && intfs.Scalar() == "all";
+            if (!decl.allInterfaces && !intfs.IsSequence()) {
                s.fail(intfs, "'interfaces' is 'all' or a list of interface names");
             }
             if (intfs.IsSequence()) {
-               for (const YAML::Node& n : intfs) spec.interfaces.push_back(n);
+               for (const YAML::Node& n : intfs) decl.interfaces.push_back(n);
             }
          }
-         spec.pipeline = s.get<bool>(p, "pipeline", false);
-         spec.delay = s.get<double>(p, "delay", 0.0);
-         if (spec.delay < 0) s.fail(p["delay"], "'delay' is negative");
+         decl.pipeline = s.get<bool>(p, "pipeline", false);
+         decl.delay = s.get<double>(p, "delay", 0.0);
+         if (decl.delay < 0) s.fail(p["delay"], "'delay' is negative");
          if (YAML::Node f = p["failsAt"]) {
             if (!f.IsSequence()) s.fail(f, "'failsAt' is a list of generations");
             for (const YAML::Node& g : f) {
                const long long n = s.as<long long>(g, "failsAt");
                if (n < 0 || n > 0xFFFFFFFFLL) s.fail(g, "a generation in 'failsAt' must be 0..4294967295");
-               spec.failsAt.insert(std::uint32_t(n));
+               decl.failsAt.insert(std::uint32_t(n));
             }
          }
-         specs_.push_back(std::move(spec));
+         decls_.push_back(std::move(decl));
       }
    }
 
    void build(World& w) override {
-      if (specs_.empty()) return;
+      if (decls_.empty()) return;
       std::vector<IntfId> chassis;
       for (const Chip& c : w.chips) chassis.insert(chassis.end(), c.interfaces.begin(), c.interfaces.end());
 
@@ -246,15 +247,15 @@ class ReadinessModule final : public Module {
          readinessHw->intfStatusIs(i, Ptp::LinuxTsOptions());
       }
 
-      for (const ProgrammerSpec& spec : specs_) {
+      for (const ProgrammerDecl& decl : decls_) {
          programmers_.push_back(
-             Kiv::make<SimProgrammer>(spec, interfacesOf(spec, chassis, w), actions_, records_, w));
+             Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, records_, w));
       }
       readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_.intfInfoStatus, records_.pipelineInfoStatus,
                                                    actions_);
       programmerSm_ = aggregatorSmFactory(records_.status, programmerHw);
       observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
-      w.log("readiness: {} programmers over {} interfaces; actions at generation {}", specs_.size(), chassis.size(),
+      w.log("readiness: {} programmers over {} interfaces; actions at generation {}", decls_.size(), chassis.size(),
             actions_->generation().counter);
    }
 
@@ -265,7 +266,7 @@ class ReadinessModule final : public Module {
    }
 
    void report(World&, std::string& out) override {
-      if (specs_.empty()) return;
+      if (decls_.empty()) return;
       out += fmt::format("Readiness: actions at generation {}.\n", actions_->generation().counter);
       out += fmt::format("  {:<14} {:<42} {}\n", "interface", "readiness aggregator", "programmer aggregator");
       auto describe = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) -> std::string {
@@ -288,21 +289,21 @@ class ReadinessModule final : public Module {
    }
 
   private:
-   std::vector<IntfId> interfacesOf(const ProgrammerSpec& spec, const std::vector<IntfId>& chassis, World& w) {
-      if (spec.allInterfaces) return chassis;
+   std::vector<IntfId> interfacesOf(const ProgrammerDecl& decl, const std::vector<IntfId>& chassis, World& w) {
+      if (decl.allInterfaces) return chassis;
       std::vector<IntfId> intfs;
-      for (const YAML::Node& n : spec.interfaces) {
+      for (const YAML::Node& n : decl.interfaces) {
          const std::string name = w.scenario.as<std::string>(n, "interface");
          auto id = IntfId::parse(name);
          if (!id || std::find(chassis.begin(), chassis.end(), *id) == chassis.end()) {
-            w.scenario.fail(n, fmt::format("programmer {}: '{}' is not an interface of the chassis", spec.name, name));
+            w.scenario.fail(n, fmt::format("programmer {}: '{}' is not an interface of the chassis", decl.name, name));
          }
          intfs.push_back(*id);
       }
       return intfs;
    }
 
-   std::vector<ProgrammerSpec> specs_;
+   std::vector<ProgrammerDecl> decls_;
    Records records_;
    Pondo::Ptr<PtpActions> actions_;
    std::vector<Pondo::Ptr<SimProgrammer>> programmers_;
