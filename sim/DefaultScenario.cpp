@@ -19,15 +19,33 @@ asicTime:
   waitForCounterInit: true
   hpx: hpx1                  # the FPGA whose PTP counter time sync uses
   egressPeriod: 0.25
+programmers:
+  - name: CF_UPDATE
+    interfaces: all
+    pipeline: true
+    delay: 0.05
+  - name: INGRESS_FWD
+    interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
+    pipeline: true
+    delay: 0.2
+    failsAt: [2]
 timeline:
   - at: 1.0
     note: the protocol side starts
+  - at: 1.5
+    bumpGeneration:
   - at: 2.0
     asicTimeFault: {logicalFap: 1, fault: missing, for: 1.2}
+  - at: 2.5
+    bumpGeneration:
   - at: 2.6
     hpxFault: {fault: stepBack, by: 2.0, for: 0.5}
   - at: 3.5
     asicTimeFault: {logicalFap: 0, fault: zero, for: 0.5}
+  - at: 3.5
+    bumpGeneration:
+  - at: 3.6
+    bumpGeneration:
   - at: 4.1
     hpxFault: {fault: text, text: 12ab, for: 0.3}
   - at: 4.6

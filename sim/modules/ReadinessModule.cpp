@@ -1,0 +1,318 @@
+// Readiness from programmer reports (section `programmers`, event
+// `bumpGeneration`).
+//
+// Each declared programmer handles some interfaces and possibly the pipeline.
+// Whenever the action generation moves (and once at start) it takes `delay`
+// seconds of virtual time, then reports the generation it finds current, as a
+// failure if that generation is listed in `failsAt`. A bump during that time
+// restarts the work. Programmers report in both record families; the readiness
+// aggregator and the programmer aggregator each publish into a hardware status
+// of their own, and the report shows per interface when each became ready.
+//
+//   programmers:
+//     - name: CF_UPDATE
+//       interfaces: all            # or a list of interface names
+//       pipeline: true             # also reports for the pipeline
+//       delay: 0.05                # seconds from a bump to the report
+//       failsAt: [2]               # generations it fails to program
+//   timeline:
+//     - at: 2.0
+//       bumpGeneration:
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "Module.h"
+#include "VyrPtp/AggregatorSmNi.h"
+#include "VyrPtp/ProgrammerAggregatorSm.h"
+
+namespace Sim {
+namespace {
+
+using VyrPtp::ActionTypes::PtpActions;
+using namespace VyrPtp::Programmer;
+using Wyx::IntfId;
+
+struct ProgrammerDecl {
+   std::string name;
+   bool allInterfaces = false;
+   std::vector<YAML::Node> interfaces;  // the names, checked against the chassis when it is built
+   bool pipeline = false;
+   double delay = 0;
+   std::set<std::uint32_t> failsAt;
+};
+
+// The records every programmer writes into.
+struct Records {
+   Pondo::Ptr<PtpIntfInfoStatus> intfInfoStatus = ptpIntfInfoStatusFactory();
+   Pondo::Ptr<PtpPipelineInfoStatus> pipelineInfoStatus = ptpPipelineInfoStatusFactory();
+   Pondo::Ptr<Status> status = statusFactory();
+};
+
+// One simulated programmer: registers its records, then reports each
+// generation `delay` after it appears.
+class SimProgrammer final : public Kiv::Reactor {
+  public:
+   SimProgrammer(ProgrammerDecl decl, std::vector<IntfId> intfs, Pondo::Ptr<const PtpActions> actions,
+                 const Records& records, World& world)
+       : actions_(this, std::move(actions), &SimProgrammer::on_actions),
+         decl_(std::move(decl)),
+         intfs_(std::move(intfs)),
+         records_(records),
+         world_(world) {
+      records_.status->programmerActiveIs(decl_.name);
+      records_.status->statusIs(decl_.name);
+      for (IntfId i : intfs_) {
+         records_.intfInfoStatus->intfInfoIs(i)->programmerInfoIs(decl_.name);
+         // The static record comes before the first per-interface report.
+         if (!records_.status->staticHwIntfStatus(i)) {
+            auto s = records_.status->staticHwIntfStatusIs(i, Ptp::LinuxTsOptions());
+            s->twoStepClockIs(true);
+            s->timestampMultiplierIs(1);
+            s->timestampDividerIs(1);
+         }
+         records_.status->intfStatusIs({decl_.name, i});
+      }
+      if (decl_.pipeline) records_.pipelineInfoStatus->programmerInfoIs(decl_.name);
+   }
+
+  private:
+   // The actions present at start are programmed like any later ones.
+   void handleInitialized() override { timer_.timeMinIs(Kiv::currentTime() + decl_.delay); }
+   void on_actions(const Kiv::Change& c) {
+      if (c.source == actions_.get() && c.field == PtpActions::F::generation) {
+         timer_.timeMinIs(Kiv::currentTime() + decl_.delay);
+      }
+   }
+   void report() {
+      const Pondo::Generation g{actions_->generation().counter, !decl_.failsAt.count(actions_->generation().counter)};
+      world_.log("programmer {} reports generation {} {} for {} interfaces{}", decl_.name, g.counter,
+                 g.flag ? "programmed" : "FAILED", intfs_.size(), decl_.pipeline ? " and the pipeline" : "");
+      for (IntfId i : intfs_) {
+         records_.intfInfoStatus->intfInfo(i)->programmerInfo(decl_.name)->generationIs(g);
+         records_.status->intfStatus({decl_.name, i})->generationIs(g);
+      }
+      if (decl_.pipeline) records_.pipelineInfoStatus->programmerInfo(decl_.name)->generationIs(g);
+      Info* info = records_.status->status(decl_.name);
+      info->generationIs(g);
+      info->hwProgrammedIs(g.flag);
+   }
+
+   Kiv::Input<const PtpActions> actions_;
+   ProgrammerDecl decl_;
+   std::vector<IntfId> intfs_;
+   Records records_;
+   World& world_;
+   Kiv::ClockTimer timer_{Kiv::activityManager().clock(), [this] { report(); }};
+};
+
+// Follows what the aggregators publish: per interface when it became ready or
+// not ready, and the pipeline verdicts.
+class ReadinessObserver final : public Kiv::Reactor {
+  public:
+   struct Intf {
+      bool present = false;
+      bool ready = false;
+      double since = -1;             // when the readiness last changed; -1: never
+      std::uint32_t generation = 0;  // the action generation at that time
+   };
+   struct Verdict {
+      double at;
+      Pondo::Generation generation;
+   };
+
+   ReadinessObserver(Pondo::Ptr<const Ptp::HwStatus> readinessHw, Pondo::Ptr<const Ptp::HwStatus> programmerHw,
+                     Pondo::Ptr<const VyrPtp::PtpPipelineAggState> pipeline, Pondo::Ptr<const PtpActions> actions,
+                     World& world)
+       : readinessHw_(this, std::move(readinessHw), &ReadinessObserver::on_readinessHw),
+         programmerHw_(this, std::move(programmerHw), &ReadinessObserver::on_programmerHw),
+         pipeline_(this, std::move(pipeline), &ReadinessObserver::on_pipeline),
+         actions_(std::move(actions)),
+         world_(world) {}
+
+   std::map<IntfId, Intf> byReadiness, byProgrammers;
+   std::vector<Verdict> verdicts;
+
+  private:
+   // The verdict present when the observer starts counts as the first one.
+   void onConstruct() override { notePipeline(); }
+   void on_readinessHw(const Kiv::Change& c) { follow(c, readinessHw_.get(), byReadiness, "readiness aggregator"); }
+   void on_programmerHw(const Kiv::Change& c) { follow(c, programmerHw_.get(), byProgrammers, "programmer aggregator"); }
+   void on_pipeline(const Kiv::Change& c) {
+      if (c.field == VyrPtp::PtpPipelineAggState::F::generation) notePipeline();
+   }
+   void notePipeline() {
+      const Pondo::Generation g = pipeline_->generation();
+      verdicts.push_back({Kiv::currentTime(), g});
+      world_.log("readiness aggregator: pipeline {} for generation {}", g.flag ? "ready" : "NOT ready", g.counter);
+   }
+
+   void follow(const Kiv::Change& c, const Ptp::HwStatus* hw, std::map<IntfId, Intf>& intfs, const char* who) {
+      const Ptp::HwIntfStatus* e;
+      if (c.source == hw) {  // an entry comes or goes
+         const IntfId i = c.keyAs<IntfId>();
+         intfs[i].present = c.kind == Kiv::Change::Kind::added;
+         if (!intfs[i].present) {
+            intfs[i].ready = false;
+            world_.log("{}: {} has no entry any more", who, i);
+            return;
+         }
+         e = hw->intfStatus(i);
+      } else if (c.field == Ptp::HwIntfStatus::F::intfReadyForTxPacket ||
+                 c.field == Ptp::HwIntfStatus::F::intfReadyForRxPacket) {
+         e = static_cast<const Ptp::HwIntfStatus*>(c.source);
+      } else {
+         return;
+      }
+      const bool ready = e->intfReadyForTxPacket() && e->intfReadyForRxPacket();
+      Intf& intf = intfs[e->intfId()];
+      if (ready == intf.ready) return;
+      intf = {true, ready, Kiv::currentTime(), actions_->generation().counter};
+      world_.log("{}: {} {} (actions at generation {})", who, e->intfId(), ready ? "ready" : "NOT ready",
+                 intf.generation);
+   }
+
+   Kiv::Input<const Ptp::HwStatus> readinessHw_;
+   Kiv::Input<const Ptp::HwStatus> programmerHw_;
+   Kiv::Input<const VyrPtp::PtpPipelineAggState> pipeline_;
+   Pondo::Ptr<const PtpActions> actions_;
+   World& world_;
+};
+
+class ReadinessModule final : public Module {
+  public:
+   std::string name() const override { return "readiness"; }
+   int order() const override { return 20; }
+   std::vector<std::string> sections() const override { return {"programmers"}; }
+   std::vector<std::string> events() const override { return {"bumpGeneration"}; }
+
+   void load(const Scenario& s) override {
+      for (const Event& e : s.timeline()) {
+         if (e.kind != "bumpGeneration") continue;
+         if (!e.body.IsNull()) throw ScenarioError(fmt::format("{}:{}: 'bumpGeneration' takes no value", s.origin(), e.line));
+         if (!s.section("programmers")) {
+            throw ScenarioError(fmt::format("{}:{}: 'bumpGeneration' needs a 'programmers' section", s.origin(), e.line));
+         }
+      }
+      YAML::Node list = s.section("programmers");
+      if (!list) return;
+      if (!list.IsSequence()) s.fail(list, "'programmers' is a list of programmers");
+      for (const YAML::Node& p : list) {
+         s.onlyKeys(p, {"name", "interfaces", "pipeline", "delay", "failsAt"});
+         ProgrammerDecl decl;
+         decl.name = s.get<std::string>(p, "name");
+         if (decl.name.empty()) s.fail(p, "a programmer's 'name' is empty");
+         for (const ProgrammerDecl& other : decls_) {
+            if (other.name == decl.name) s.fail(p, fmt::format("programmer {} declared twice", decl.name));
+         }
+         if (YAML::Node intfs = p["interfaces"]) {
+            decl.allInterfaces = intfs.IsScalar() && intfs.Scalar() == "all";
+            if (!decl.allInterfaces && !intfs.IsSequence()) {
+               s.fail(intfs, "'interfaces' is 'all' or a list of interface names");
+            }
+            if (intfs.IsSequence()) {
+               for (const YAML::Node& n : intfs) decl.interfaces.push_back(n);
+            }
+         }
+         decl.pipeline = s.get<bool>(p, "pipeline", false);
+         decl.delay = s.get<double>(p, "delay", 0.0);
+         if (decl.delay < 0) s.fail(p["delay"], "'delay' is negative");
+         if (YAML::Node f = p["failsAt"]) {
+            if (!f.IsSequence()) s.fail(f, "'failsAt' is a list of generations");
+            for (const YAML::Node& g : f) {
+               const long long n = s.as<long long>(g, "failsAt");
+               if (n < 0 || n > 0xFFFFFFFFLL) s.fail(g, "a generation in 'failsAt' must be 0..4294967295");
+               decl.failsAt.insert(std::uint32_t(n));
+            }
+         }
+         decls_.push_back(std::move(decl));
+      }
+   }
+
+   void build(World& w) override {
+      if (decls_.empty()) return;
+      std::vector<IntfId> chassis;
+      for (const Chip& c : w.chips) chassis.insert(chassis.end(), c.interfaces.begin(), c.interfaces.end());
+
+      actions_ = w.sysdb->entityIs<PtpActions>("ptp/actions");
+      w.sysdb->entityPtrIs("ptp/programmer/intfInfoStatus", records_.intfInfoStatus);
+      w.sysdb->entityPtrIs("ptp/programmer/pipelineInfoStatus", records_.pipelineInfoStatus);
+      w.sysdb->entityPtrIs("ptp/programmer/status", records_.status);
+      auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
+      auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
+      // The agent knows every interface; the platform enters each into the
+      // hardware status that the readiness aggregator serves.
+      for (IntfId i : chassis) {
+         records_.intfInfoStatus->intfInfoIs(i);
+         readinessHw->intfStatusIs(i, Ptp::LinuxTsOptions());
+      }
+
+      for (const ProgrammerDecl& decl : decls_) {
+         programmers_.push_back(
+             Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, records_, w));
+      }
+      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_.intfInfoStatus, records_.pipelineInfoStatus,
+                                                   actions_);
+      programmerSm_ = aggregatorSmFactory(records_.status, programmerHw);
+      observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+      w.log("readiness: {} programmers over {} interfaces; actions at generation {}", decls_.size(), chassis.size(),
+            actions_->generation().counter);
+   }
+
+   void apply(const Event&, World& w) override {
+      const std::uint32_t next = actions_->generation().counter + 1;
+      w.log("actions bumped to generation {}", next);
+      actions_->generationIs({next, true});
+   }
+
+   void report(World&, std::string& out) override {
+      if (decls_.empty()) return;
+      out += fmt::format("Readiness: actions at generation {}.\n", actions_->generation().counter);
+      out += fmt::format("  {:<14} {:<42} {}\n", "interface", "readiness aggregator", "programmer aggregator");
+      auto describe = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) -> std::string {
+         auto it = m.find(i);
+         if (it == m.end() || !it->second.present) return "no entry";
+         const auto& s = it->second;
+         if (s.since < 0) return "not ready so far";
+         return fmt::format("{} since {:.3f} s (generation {})", s.ready ? "ready" : "NOT ready", s.since,
+                            s.generation);
+      };
+      for (const auto& [i, info] : records_.intfInfoStatus->intfInfo()) {
+         out += fmt::format("  {:<14} {:<42} {}\n", i, describe(observer_->byReadiness, i),
+                            describe(observer_->byProgrammers, i));
+      }
+      out += "  pipeline verdicts:";
+      for (const auto& v : observer_->verdicts) {
+         out += fmt::format(" {:.3f} s generation {} {};", v.at, v.generation.counter, v.generation.flag ? "ready" : "NOT ready");
+      }
+      out += "\n";
+   }
+
+  private:
+   std::vector<IntfId> interfacesOf(const ProgrammerDecl& decl, const std::vector<IntfId>& chassis, World& w) {
+      if (decl.allInterfaces) return chassis;
+      std::vector<IntfId> intfs;
+      for (const YAML::Node& n : decl.interfaces) {
+         const std::string name = w.scenario.as<std::string>(n, "interface");
+         auto id = IntfId::parse(name);
+         if (!id || std::find(chassis.begin(), chassis.end(), *id) == chassis.end()) {
+            w.scenario.fail(n, fmt::format("programmer {}: '{}' is not an interface of the chassis", decl.name, name));
+         }
+         intfs.push_back(*id);
+      }
+      return intfs;
+   }
+
+   std::vector<ProgrammerDecl> decls_;
+   Records records_;
+   Pondo::Ptr<PtpActions> actions_;
+   std::vector<Pondo::Ptr<SimProgrammer>> programmers_;
+   Pondo::Ptr<VyrPtp::AggregatorSmNi> readinessSm_;
+   Pondo::Ptr<AggregatorSm> programmerSm_;
+   Pondo::Ptr<ReadinessObserver> observer_;
+};
+
+VYRPTP_SIM_MODULE(ReadinessModule);
+
+}  // namespace
+}  // namespace Sim

@@ -1,0 +1,238 @@
+#include "VyrPtp/AggregatorSmNi.h"
+
+namespace VyrPtp {
+
+using ActionTypes::PtpActions;
+using Programmer::PtpIntfInfo;
+using Programmer::PtpIntfInfoStatus;
+using Programmer::PtpPipelineInfoStatus;
+using Programmer::PtpProgrammerInfo;
+
+namespace {
+
+Kiv::Tracer trace{"AggregatorSmNi"};
+
+enum class Verdict { pending, notReady, ready };
+
+// A readiness pass over one set of reports, in two walks of the same
+// collection: first every counter must name the current generation (else some
+// programmer is still at work and nothing is decided; flags are not looked
+// at), then every flag must be set. No reports at all means ready.
+Verdict judge(const Programmer::ProgrammerInfoCollection& reports, std::uint32_t current) {
+   for (const auto& [name, r] : reports) {
+      if (r->generation().counter != current) return Verdict::pending;
+   }
+   for (const auto& [name, r] : reports) {
+      if (!r->generation().flag) return Verdict::notReady;
+   }
+   return Verdict::ready;
+}
+
+bool isGenerationOf(const Kiv::Change& c, const PtpActions* actions) {
+   return c.source == actions && c.field == PtpActions::F::generation;
+}
+
+// A change of a report's generation, or a report added or removed, seen from
+// the entity that owns the reports (changes inside a report arrive with the
+// report as their source).
+bool isReportChange(const Kiv::Change& c, const Pondo::Publisher* owner, Kiv::FieldId reportsField) {
+   return c.source == owner ? c.field == reportsField : c.field == PtpProgrammerInfo::F::generation;
+}
+
+[[noreturn]] void existsWithOtherArguments(const char* attribute) {
+   throw Kiv::Error(fmt::format("'{}' exists with other fixed arguments", attribute));
+}
+
+}  // namespace
+
+// --- IntfInfoSm ---
+
+IntfInfoSm::IntfInfoSm(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
+                       Pondo::Ptr<const PtpActions> ptpActions, Kiv::Reactor* parent)
+    : Kiv::Reactor(parent),
+      intfInfo_(this, std::move(intfInfo), &IntfInfoSm::on_intfInfo),
+      hwIntfStatus_(Kiv::nonNull(hwIntfStatus, "hwIntfStatus")),
+      ptpActions_(this, std::move(ptpActions), &IntfInfoSm::on_ptpActions) {}
+
+// The first pass, once both inputs are bound. The start replays the present
+// reports as additions; they are judged here, once, instead.
+void IntfInfoSm::handleInitialized() { updateHwIntfStatus(); }
+
+void IntfInfoSm::on_intfInfo(const Kiv::Change& c) {
+   if (initialized() && isReportChange(c, intfInfo_.get(), PtpIntfInfo::F::programmerInfo)) updateHwIntfStatus();
+}
+
+void IntfInfoSm::on_ptpActions(const Kiv::Change& c) {
+   if (isGenerationOf(c, ptpActions_.get())) updateHwIntfStatus();
+}
+
+void IntfInfoSm::updateHwIntfStatus() {
+   switch (judge(intfInfo_->programmerInfo(), ptpActions_->generation().counter)) {
+      case Verdict::pending:
+         return;
+      case Verdict::notReady:
+         trace(6, "hwIntfStatus for intfId: {} not ready for PTP", intfInfo_->intfId());
+         intfReadyForPtpPacketIs(false);
+         return;
+      case Verdict::ready:
+         trace(6, "hwIntfStatus for intfId: {} is now ready for PTP", intfInfo_->intfId());
+         intfReadyForPtpPacketIs(true);
+         return;
+   }
+}
+
+void IntfInfoSm::intfReadyForPtpPacketIs(bool ready) {
+   hwIntfStatus_->intfReadyForTxPacketIs(ready);
+   hwIntfStatus_->intfReadyForRxPacketIs(ready);
+}
+
+// --- PipelineInfoSm ---
+
+PipelineInfoSm::PipelineInfoSm(Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
+                               Pondo::Ptr<const PtpActions> ptpActions,
+                               Pondo::Ptr<PtpPipelineAggState> pipelineAggState, Kiv::Reactor* parent)
+    : Kiv::Reactor(parent),
+      pipelineInfoStatus_(this, std::move(pipelineInfoStatus), &PipelineInfoSm::on_pipelineInfoStatus),
+      ptpActions_(this, std::move(ptpActions), &PipelineInfoSm::on_ptpActions),
+      pipelineAggState_(Kiv::nonNull(pipelineAggState, "pipelineAggState")) {}
+
+void PipelineInfoSm::handleInitialized() { updateAggState(); }
+
+void PipelineInfoSm::on_pipelineInfoStatus(const Kiv::Change& c) {
+   if (initialized() && isReportChange(c, pipelineInfoStatus_.get(), PtpPipelineInfoStatus::F::programmerInfo)) {
+      updateAggState();
+   }
+}
+
+void PipelineInfoSm::on_ptpActions(const Kiv::Change& c) {
+   if (isGenerationOf(c, ptpActions_.get())) updateAggState();
+}
+
+// The verdict carries the judged generation, so a reader can tell "not ready
+// for this generation" from "not judged yet".
+void PipelineInfoSm::updateAggState() {
+   const std::uint32_t current = ptpActions_->generation().counter;
+   switch (judge(pipelineInfoStatus_->programmerInfo(), current)) {
+      case Verdict::pending:
+         return;
+      case Verdict::notReady:
+         trace(6, "Pipeline aggregate state not ready for PTP");
+         pipelineAggState_->generationIs({current, false});
+         return;
+      case Verdict::ready:
+         trace(6, "Pipeline aggregate state is now ready for PTP");
+         pipelineAggState_->generationIs({current, true});
+         return;
+   }
+}
+
+// --- AggregatorSmNi ---
+
+AggregatorSmNi::AggregatorSmNi(Pondo::Ptr<Ptp::HwStatus> hwStatus, Pondo::Ptr<const PtpIntfInfoStatus> intfInfoStatus,
+                               Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
+                               Pondo::Ptr<const PtpActions> ptpActions)
+    : hwStatus_(this, std::move(hwStatus), &AggregatorSmNi::on_hwStatus),
+      intfInfoStatus_(this, std::move(intfInfoStatus), &AggregatorSmNi::on_intfInfoStatus),
+      pipelineInfoStatus_(Kiv::nonNull(pipelineInfoStatus, "pipelineInfoStatus")),
+      ptpActions_(Kiv::nonNull(ptpActions, "ptpActions")) {}
+
+// Only additions and removals of entries matter; changes inside an entry
+// (among them the readiness that the interface machines write) do not. When an
+// input is cleared, the removals replayed come from the entity it held.
+void AggregatorSmNi::on_hwStatus(const Kiv::Change& c) {
+   if ((c.source == hwStatus_.get() || !hwStatus_) && c.field == Ptp::HwStatus::F::intfStatus) {
+      createIntfInfoSm(c.keyAs<Wyx::IntfId>());
+   }
+}
+
+void AggregatorSmNi::on_intfInfoStatus(const Kiv::Change& c) {
+   if ((c.source == intfInfoStatus_.get() || !intfInfoStatus_) && c.field == PtpIntfInfoStatus::F::intfInfo) {
+      createIntfInfoSm(c.keyAs<Wyx::IntfId>());
+   }
+}
+
+void AggregatorSmNi::handleInitialized() {
+   pipelineInfoSmIs(pipelineInfoStatus_, ptpActions_, pipelineAggStateIs());
+}
+
+void AggregatorSmNi::createIntfInfoSm(Wyx::IntfId k) {
+   PtpIntfInfo* intfInfo = intfInfoStatus_ ? intfInfoStatus_->intfInfo(k) : nullptr;
+   Ptp::HwIntfStatus* hwIntfStatus = hwStatus_ ? hwStatus_->intfStatus(k) : nullptr;
+   intfInfoSmDel(k);
+   if (intfInfo && hwIntfStatus) {
+      intfInfoSmIs(intfInfo, hwIntfStatus, ptpActions_);
+      trace(5, "Created intfInfoSm for intfId: {}", k);
+   } else {
+      trace(5, "Attempted to delete intfInfoSm for intfId: {}", k);
+   }
+}
+
+Pondo::Ptr<IntfInfoSm> AggregatorSmNi::intfInfoSmIs(const Pondo::Ptr<const PtpIntfInfo>& intfInfo,
+                                                    const Pondo::Ptr<Ptp::HwIntfStatus>& hwIntfStatus,
+                                                    const Pondo::Ptr<const PtpActions>& ptpActions) {
+   Kiv::nonNull(intfInfo, "intfInfo");
+   Kiv::nonNull(hwIntfStatus, "hwIntfStatus");
+   Kiv::nonNull(ptpActions, "ptpActions");
+   if (IntfInfoSm* sm = intfInfoSm_.find(intfInfo->intfId())) {
+      if (sm->intfInfo() != intfInfo.get() || sm->hwIntfStatus() != hwIntfStatus.get() ||
+          sm->ptpActions() != ptpActions.get()) {
+         existsWithOtherArguments("intfInfoSm");
+      }
+      return sm;
+   }
+   return intfInfoSm_.insert(intfInfo->intfId(), Kiv::make<IntfInfoSm>(intfInfo, hwIntfStatus, ptpActions, this));
+}
+
+Pondo::Ptr<IntfInfoSm> AggregatorSmNi::intfInfoSmDel(Wyx::IntfId k) {
+   if (IntfInfoSm* sm = intfInfoSm_.find(k)) sm->hasNotificationActiveIs(false);
+   return intfInfoSm_.del(k);
+}
+
+void AggregatorSmNi::intfInfoSmDelAll() {
+   for (const auto& [k, sm] : intfInfoSm_) sm->hasNotificationActiveIs(false);
+   intfInfoSm_.delAll();
+}
+
+Pondo::Ptr<PipelineInfoSm> AggregatorSmNi::pipelineInfoSmIs(const Pondo::Ptr<const PtpPipelineInfoStatus>& status,
+                                                            const Pondo::Ptr<const PtpActions>& ptpActions,
+                                                            const Pondo::Ptr<PtpPipelineAggState>& pipelineAggState) {
+   if (pipelineInfoSm_) {
+      if (pipelineInfoSm_->pipelineInfoStatus() != status.get() || pipelineInfoSm_->ptpActions() != ptpActions.get() ||
+          pipelineInfoSm_->pipelineAggState() != pipelineAggState.get()) {
+         existsWithOtherArguments("pipelineInfoSm");
+      }
+      return pipelineInfoSm_;
+   }
+   set(pipelineInfoSm_, Kiv::make<PipelineInfoSm>(status, ptpActions, pipelineAggState, this), F::pipelineInfoSm);
+   return pipelineInfoSm_;
+}
+
+void AggregatorSmNi::pipelineInfoSmDel() {
+   if (pipelineInfoSm_) pipelineInfoSm_->hasNotificationActiveIs(false);
+   set(pipelineInfoSm_, Pondo::Ptr<PipelineInfoSm>(), F::pipelineInfoSm);
+}
+
+Pondo::Ptr<PtpPipelineAggState> AggregatorSmNi::pipelineAggStateIs() {
+   if (!pipelineAggState_) set(pipelineAggState_, ptpPipelineAggStateFactory(), F::pipelineAggState);
+   return pipelineAggState_;
+}
+
+void AggregatorSmNi::pipelineAggStateDel() {
+   set(pipelineAggState_, Pondo::Ptr<PtpPipelineAggState>(), F::pipelineAggState);
+}
+
+Pondo::Ptr<AggregatorSmNi> aggregatorSmNiFactory(Pondo::Ptr<Ptp::HwStatus> hwStatus,
+                                                 Pondo::Ptr<const PtpIntfInfoStatus> intfInfoStatus,
+                                                 Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
+                                                 Pondo::Ptr<const PtpActions> ptpActions) {
+   return Kiv::make<AggregatorSmNi>(std::move(hwStatus), std::move(intfInfoStatus), std::move(pipelineInfoStatus),
+                                    std::move(ptpActions));
+}
+
+Pondo::Ptr<PipelineInfoSm> pipelineInfoSmFactory(Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
+                                                 Pondo::Ptr<const PtpActions> ptpActions,
+                                                 Pondo::Ptr<PtpPipelineAggState> pipelineAggState) {
+   return Kiv::make<PipelineInfoSm>(std::move(pipelineInfoStatus), std::move(ptpActions), std::move(pipelineAggState));
+}
+
+}  // namespace VyrPtp

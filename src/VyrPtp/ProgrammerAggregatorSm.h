@@ -1,0 +1,65 @@
+// Builds the published hardware status from the active programmers' reports:
+// an interface has an entry while at least one active programmer reports on
+// it, is ready when every such report is flagged valid, and carries the static
+// timestamping properties that the programmers recorded for it.
+#pragma once
+
+#include "Kiv/Reactor.h"
+#include "Ptp/HwStatus.h"
+#include "VyrPtp/Export.h"
+#include "VyrPtp/ProgrammerTypes.h"
+
+namespace VyrPtp::Programmer {
+
+class AggregatorSm;
+
+// Watches one report and hands a change of its generation to the aggregator.
+class VYRPTP_EXPORT NestedSm_IntfStatus : public Kiv::Reactor {
+  public:
+   NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator);
+
+   const IntfInfo* intfInfo() const { return intfInfo_.get(); }
+
+  private:
+   void on_intfInfo(const Kiv::Change& c);
+
+   Kiv::Input<const IntfInfo> intfInfo_;
+};
+
+class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
+  public:
+   struct F {
+      enum : Kiv::FieldId { intfStatus };
+   };
+   AggregatorSm(Pondo::Ptr<const Status> programmerStatus, Pondo::Ptr<Ptp::HwStatus> hwStatus);
+
+   const Status* programmerStatus() const { return programmerStatus_.get(); }
+   Ptp::HwStatus* hwStatus() const { return hwStatus_.get(); }
+
+   // Judges every reported interface.
+   void handleIntfStatus();
+   // Judges the interface of `k` from the reports of all active programmers.
+   void handleIntfStatus(const ProgrammerIntfId& k);
+   // Copies the static timestamping properties into the published entry.
+   void updateStaticHwIntfStatus(Wyx::IntfId intfId);
+
+   NestedSm_IntfStatus* intfStatus(const ProgrammerIntfId& k) const { return intfStatus_.find(k); }
+   const Kiv::Collection<ProgrammerIntfId, NestedSm_IntfStatus>& intfStatus() const { return intfStatus_; }
+   // Keyed by the key of `intfInfo`.
+   Pondo::Ptr<NestedSm_IntfStatus> intfStatusIs(const Pondo::Ptr<const IntfInfo>& intfInfo);
+   Pondo::Ptr<NestedSm_IntfStatus> intfStatusDel(const ProgrammerIntfId& k);
+   void intfStatusDelAll();
+
+  private:
+   void handleInitialized() override;
+   void on_programmerStatus(const Kiv::Change& c);
+
+   Kiv::Input<const Status> programmerStatus_;
+   Pondo::Ptr<Ptp::HwStatus> hwStatus_;
+   Kiv::Collection<ProgrammerIntfId, NestedSm_IntfStatus> intfStatus_{this, F::intfStatus, "intfStatus"};
+};
+
+VYRPTP_EXPORT Pondo::Ptr<AggregatorSm> aggregatorSmFactory(Pondo::Ptr<const Status> programmerStatus,
+                                                           Pondo::Ptr<Ptp::HwStatus> hwStatus);
+
+}  // namespace VyrPtp::Programmer
