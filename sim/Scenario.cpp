@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 
 namespace Sim {
@@ -36,7 +37,16 @@ Scenario::Scenario(const std::string& text, std::string origin) : origin_(std::m
          last = std::max(last, ev.at);
          timeline_.push_back(std::move(ev));
       }
-      std::stable_sort(timeline_.begin(), timeline_.end(), [](const Event& a, const Event& b) { return a.at < b.at; });
+      // Sorted through an index: assigning a YAML::Node overwrites the node it
+      // refers to (shared with other copies), so events must never be assigned.
+      std::vector<std::size_t> order(timeline_.size());
+      std::iota(order.begin(), order.end(), 0);
+      std::stable_sort(order.begin(), order.end(),
+                       [&](std::size_t a, std::size_t b) { return timeline_[a].at < timeline_[b].at; });
+      std::vector<Event> sorted;
+      sorted.reserve(order.size());
+      for (std::size_t i : order) sorted.push_back(timeline_[i]);
+      timeline_ = std::move(sorted);
    }
    duration_ = get<double>(root_, "duration", last + 1.0);
    if (duration_ <= 0) fail(root_["duration"], "'duration' must be positive");
