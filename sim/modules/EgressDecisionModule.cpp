@@ -251,8 +251,10 @@ class EgressDecisionModule final : public Module {
          if (auto named = Pondo::enumFromName<Ptp::PortState>(s.Scalar())) {
             c.state = *named;
          } else {
-            const int v = scenario_->as<int>(s, "state");
-            if (v < 0 || v > 255) scenario_->fail(s, "'state' is a port state name or 0..255");
+            int v = -1;
+            if (!YAML::convert<int>::decode(s, v) || v < 0 || v > 255) {
+               scenario_->fail(s, fmt::format("'{}' is not a port state (a name such as slave, or 0..255)", s.Scalar()));
+            }
             c.state = Ptp::PortState(v);
          }
       }
