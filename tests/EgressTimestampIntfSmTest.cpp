@@ -554,7 +554,8 @@ TEST_F(EgressTest, BuiltOnPopulatedInputsEqualsWatchingThemFill) {
    EXPECT_EQ(sm2->intfStatusSmCount(), 5u);
    EXPECT_EQ(sm2->intfConfigSmCount(), 3u);
    EXPECT_EQ(sm2->portDSSmCount(), 4u);
-   EXPECT_EQ(oneSteps(*out), (std::map<IntfId, bool>{{et1, false}, {et2, true}, {et3, false}, {et4, false}, {et5, false}}));
+   EXPECT_EQ(oneSteps(*out),
+             (std::map<IntfId, bool>{{et1, false}, {et2, true}, {et3, false}, {et4, false}, {et5, false}}));
    EXPECT_EQ(sm2->programmedMemberSmCount(), 2u);
 }
 
@@ -716,7 +717,9 @@ class EgressRandomTest : public EgressTest {
   protected:
    void run(std::uint64_t seed, int steps) {
       std::mt19937_64 rng(seed);
-      auto pick = [&](auto& v) -> decltype(v[0]) { return v[std::uniform_int_distribution<std::size_t>(0, v.size() - 1)(rng)]; };
+      auto pick = [&](auto& v) -> decltype(v[0]) {
+         return v[std::uniform_int_distribution<std::size_t>(0, v.size() - 1)(rng)];
+      };
       auto chance = [&](double p) { return std::bernoulli_distribution(p)(rng); };
       std::vector<IntfId> phys, lags{po1, po2, IntfId("Port-Channel3")};
       for (int i = 1; i <= 8; ++i) phys.push_back(IntfId(fmt::format("Ethernet{}", i)));

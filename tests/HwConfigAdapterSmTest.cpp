@@ -21,6 +21,12 @@ struct Entry {
    friend bool operator==(const Entry&, const Entry&) = default;
 };
 
+std::map<IntfId, Entry> entries(const Ptp::HwConfig& config) {
+   std::map<IntfId, Entry> m;
+   for (const auto& [k, c] : config.intfConfig()) m[k] = Entry{c->enabled(), c->disableManagementMessageForwarding()};
+   return m;
+}
+
 class HwConfigAdapterTest : public ::testing::Test {
   protected:
    Pondo::Ptr<Ptp::HwConfig> input = Kiv::make<Ptp::HwConfig>("input");
@@ -54,11 +60,7 @@ class HwConfigAdapterTest : public ::testing::Test {
       if (!c) return std::nullopt;
       return Entry{c->enabled(), c->disableManagementMessageForwarding()};
    }
-   std::map<IntfId, Entry> outAll() const {
-      std::map<IntfId, Entry> m;
-      for (const auto& [k, c] : output->intfConfig()) m[k] = Entry{c->enabled(), c->disableManagementMessageForwarding()};
-      return m;
-   }
+   std::map<IntfId, Entry> outAll() const { return entries(*output); }
 };
 
 TEST_F(HwConfigAdapterTest, CopiesGlobalFieldsWithTheirTraces) {
@@ -267,9 +269,7 @@ TEST_F(HwConfigAdapterTest, BuiltOnPopulatedInputsEqualsWatchingThemFill) {
    auto watched = outAll();
    auto output2 = Kiv::make<Ptp::HwConfig>("output2");
    auto sm2 = VyrPtp::hwConfigAdapterSmFactory(input, vcsd, output2);
-   std::map<IntfId, Entry> built;
-   for (const auto& [k, c] : output2->intfConfig()) built[k] = Entry{c->enabled(), c->disableManagementMessageForwarding()};
-   EXPECT_EQ(built, watched);
+   EXPECT_EQ(entries(*output2), watched);
    EXPECT_EQ(watched.size(), 3u);
    EXPECT_EQ(sm2->ptpHwIntfConfigCount(), 3u);
 }

@@ -177,7 +177,9 @@ class EgressDecisionModule final : public Module {
 
    IntfId chipIntf(const YAML::Node& n) const {
       auto id = IntfId::parse(scenario_->as<std::string>(n, "interface"));
-      if (!id || !chipIntfs_.count(*id)) scenario_->fail(n, fmt::format("'{}' is not an interface of a chip", n.Scalar()));
+      if (!id || !chipIntfs_.count(*id)) {
+         scenario_->fail(n, fmt::format("'{}' is not an interface of a chip", n.Scalar()));
+      }
       return *id;
    }
    IntfId lagName(const YAML::Node& n) const {
@@ -253,14 +255,17 @@ class EgressDecisionModule final : public Module {
          } else {
             int v = -1;
             if (!YAML::convert<int>::decode(s, v) || v < 0 || v > 255) {
-               scenario_->fail(s, fmt::format("'{}' is not a port state (a name such as slave, or 0..255)", s.Scalar()));
+               scenario_->fail(s,
+                               fmt::format("'{}' is not a port state (a name such as slave, or 0..255)", s.Scalar()));
             }
             c.state = Ptp::PortState(v);
          }
       }
       if (YAML::Node id = n["clockId"]) {
          c.clockId = Ptp::ClockIdentity::parse(scenario_->as<std::string>(id, "clockId"));
-         if (!c.clockId) scenario_->fail(id, fmt::format("'{}' is not a clock identity (like 001c73.fffe.000001)", id.Scalar()));
+         if (!c.clockId) {
+            scenario_->fail(id, fmt::format("'{}' is not a clock identity (like 001c73.fffe.000001)", id.Scalar()));
+         }
       }
       return c;
    }
@@ -320,7 +325,9 @@ class EgressDecisionModule final : public Module {
       }
       Pondo::Ptr<Ptp::PortDS> ds = ptpStatus_->portDS(c.key);
       if (!ds) {
-         if (!c.clockId) scenario_->fail(where, fmt::format("port data set {} does not exist: adding it needs a 'clockId'", c.key));
+         if (!c.clockId) {
+            scenario_->fail(where, fmt::format("port data set {} does not exist: adding it needs a 'clockId'", c.key));
+         }
          ds = ptpStatus_->portDSIs(c.key, *c.clockId);
       }
       if (c.state) ds->portStateIs(*c.state);

@@ -17,7 +17,8 @@ HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfI
       config_(this, std::move(config), &NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig) {}
 
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig(const Kiv::Change& c) {
-   if (c.field == Ptp::HwIntfConfig::F::enabled || c.field == Ptp::HwIntfConfig::F::disableManagementMessageForwarding) {
+   if (c.field == Ptp::HwIntfConfig::F::enabled ||
+       c.field == Ptp::HwIntfConfig::F::disableManagementMessageForwarding) {
       processChanges();
    }
 }
