@@ -29,21 +29,42 @@ programmers:
     pipeline: true
     delay: 0.2
     failsAt: [2]
+lags:
+  Port-Channel10: [Ethernet3/1, Ethernet3/2]
+ptpMode: 1
+ptpIntfConfig:
+  Ethernet1/1: {enabled: true}
+  Ethernet1/2: {enabled: true}
+  Port-Channel10: {enabled: true}
+portDS:
+  - {intf: Ethernet1/1, state: slave, clockId: 001c73.fffe.000001}
+  - {intf: Ethernet1/2, state: master, clockId: 001c73.fffe.000001}
+  - {intf: Port-Channel10, state: master, clockId: 001c73.fffe.000001}
 timeline:
   - at: 1.0
     note: the protocol side starts
   - at: 1.5
     bumpGeneration:
+  - at: 1.5
+    ptpMode: 2
+  - at: 2.0
+    operStatus: {Ethernet3/2: down}
   - at: 2.0
     asicTimeFault: {logicalFap: 1, fault: missing, for: 1.2}
   - at: 2.5
     bumpGeneration:
+  - at: 2.5
+    portDS: {intf: Port-Channel10, state: slave}
   - at: 2.6
     hpxFault: {fault: stepBack, by: 2.0, for: 0.5}
+  - at: 3.0
+    lag: {name: Port-Channel10, members: [Ethernet3/1, Ethernet4/1]}
   - at: 3.5
     asicTimeFault: {logicalFap: 0, fault: zero, for: 0.5}
   - at: 3.5
     bumpGeneration:
+  - at: 3.5
+    portDS: {intf: Ethernet1/1, remove: true}
   - at: 3.6
     bumpGeneration:
   - at: 4.1

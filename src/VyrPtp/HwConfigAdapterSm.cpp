@@ -1,0 +1,231 @@
+#include "VyrPtp/HwConfigAdapterSm.h"
+
+#include <vector>
+
+namespace VyrPtp {
+
+namespace {
+Kiv::Tracer trace{"AdapterSm"};
+}  // namespace
+
+HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId,
+                                                                    HwConfigAdapterSm* adapter,
+                                                                    Pondo::Ptr<const Ptp::HwIntfConfig> config)
+    : Reactor(adapter),
+      adapter_(adapter),
+      intfId_(intfId),
+      config_(this, std::move(config), &NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig) {}
+
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig(const Kiv::Change& c) {
+   if (c.field == Ptp::HwIntfConfig::F::enabled ||
+       c.field == Ptp::HwIntfConfig::F::disableManagementMessageForwarding) {
+      processChanges();
+   }
+}
+
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onConstruct() { processChanges(); }
+
+// Notifications are already off when the adapter itself is being torn down:
+// the adapter has then cleared the output and nothing is re-derived.
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onDestruct() {
+   if (hasNotificationActive()) processChanges();
+}
+
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::processChanges() {
+   trace(8, "processChanges intfId: {}", intfId_);
+   if (Wyx::isPortChannelIntfId(intfId_)) {
+      adapter_->processLag(intfId_);
+   } else {
+      adapter_->processIntf(intfId_);
+   }
+}
+
+HwConfigAdapterSm::HwConfigAdapterSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                     Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
+                                     Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig)
+    : ptpHwConfig_(this, std::move(ptpHwConfig), &HwConfigAdapterSm::on_ptpHwConfig),
+      vcsd_(this, std::move(vcsd), &HwConfigAdapterSm::on_vcsd),
+      outputPtpHwConfig_(std::move(outputPtpHwConfig)) {}
+
+HwConfigAdapterSm::~HwConfigAdapterSm() = default;
+
+void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
+   // Changes inside an interface configuration are its nested machine's.
+   if (c.source != ptpHwConfig_.get()) return;
+   switch (c.field) {
+      case Ptp::HwConfig::F::forwardPtpV1: handleForwardPtpV1(); break;
+      case Ptp::HwConfig::F::forwardUnicastApplicable: handleForwardUnicastApplicable(); break;
+      case Ptp::HwConfig::F::g82751Enabled: handleG82751Enabled(); break;
+      case Ptp::HwConfig::F::ptpMode: handlePtpMode(); break;
+      case Ptp::HwConfig::F::timestampLocation: handleTimestampLocation(); break;
+      case Ptp::HwConfig::F::intfConfig: {
+         const auto intfId = c.keyAs<Wyx::IntfId>();
+         if (c.added()) {
+            ptpHwIntfConfig_.insert(intfId, Kiv::make<NestedSm_PtpHwIntfConfig>(
+                                                intfId, this, static_cast<const Ptp::HwIntfConfig*>(c.newValue)));
+         } else {
+            ptpHwIntfConfig_.del(intfId);
+         }
+         break;
+      }
+      default: break;
+   }
+}
+
+void HwConfigAdapterSm::on_vcsd(const Kiv::Change& c) {
+   if (c.source != vcsd_.get()) return;
+   switch (c.field) {
+      case Vyr::VyrCommonSmData::F::intf: handleIntf(c.keyAs<Wyx::IntfId>()); break;
+      case Vyr::VyrCommonSmData::F::portToLag: handlePortToLag(c.keyAs<Wyx::IntfId>()); break;
+      case Vyr::VyrCommonSmData::F::lagToPort: handleLagToPort(c.keyAs<Wyx::IntfId>()); break;
+      default: break;
+   }
+}
+
+void HwConfigAdapterSm::handleForwardPtpV1() {
+   trace(8, "forwardPtpV1: {}", ptpHwConfig_->forwardPtpV1());
+   outputPtpHwConfig_->forwardPtpV1Is(ptpHwConfig_->forwardPtpV1());
+}
+
+void HwConfigAdapterSm::handleForwardUnicastApplicable() {
+   trace(8, "forwardUnicastApplicable: {}", ptpHwConfig_->forwardUnicastApplicable());
+   outputPtpHwConfig_->forwardUnicastApplicableIs(ptpHwConfig_->forwardUnicastApplicable());
+}
+
+void HwConfigAdapterSm::handleG82751Enabled() {
+   trace(8, "g82751Enabled: {}", ptpHwConfig_->g82751Enabled());
+   outputPtpHwConfig_->g82751EnabledIs(ptpHwConfig_->g82751Enabled());
+}
+
+void HwConfigAdapterSm::handlePtpMode() {
+   trace(8, "mode: {}", ptpHwConfig_->ptpMode());
+   outputPtpHwConfig_->ptpModeIs(ptpHwConfig_->ptpMode());
+}
+
+void HwConfigAdapterSm::handleTimestampLocation() {
+   trace(8, "PTP timestamp location: {}", ptpHwConfig_->timestampLocation());
+   outputPtpHwConfig_->timestampLocationIs(ptpHwConfig_->timestampLocation());
+}
+
+void HwConfigAdapterSm::handleIntf() {
+   for (const auto& [intfId, handled] : vcsd_->intf()) handleIntf(intfId);
+}
+
+// Only this path asks whether the forwarding agent lists the interface;
+// processIntf does not, so a configured port the agent does not list still
+// gets an output entry when its configuration or LAG membership changes.
+void HwConfigAdapterSm::handleIntf(Wyx::IntfId intfId) {
+   trace(8, "intf: {}", intfId);
+   if (!vcsd_->intf().contains(intfId)) {
+      deleteIntf(intfId);
+      return;
+   }
+   const Wyx::IntfId* lag = vcsd_->portToLag().find(intfId);
+   trace(9, "Interface added, partOfLag: {}", lag != nullptr);
+   if (lag) {
+      copyConfig(*lag, intfId);
+      return;
+   }
+   trace(9, "hasIntfHwConfig: {}", ptpHwConfig_->intfConfig(intfId) != nullptr);
+   copyConfig(intfId, intfId);
+}
+
+void HwConfigAdapterSm::handlePortToLag() {
+   for (const auto& [intfId, lag] : vcsd_->portToLag()) handlePortToLag(intfId);
+}
+
+void HwConfigAdapterSm::handlePortToLag(Wyx::IntfId intfId) {
+   trace(8, "interface: {}", intfId);
+   processIntf(intfId);
+}
+
+void HwConfigAdapterSm::handleLagToPort() {
+   for (const auto& [lag, ports] : vcsd_->lagToPort()) handleLagToPort(lag);
+}
+
+void HwConfigAdapterSm::handleLagToPort(Wyx::IntfId lagIntfId) {
+   trace(8, "lag: {}", lagIntfId);
+   processLag(lagIntfId);
+}
+
+// A LAG member takes its LAG's configuration; its own input entry is ignored
+// while it is in the LAG.
+void HwConfigAdapterSm::processIntf(Wyx::IntfId intfId) {
+   if (const Wyx::IntfId* lag = vcsd_->portToLag().find(intfId)) {
+      trace(9, "Interface exists in LAG, hasLagHwIntfConfig: {}", ptpHwConfig_->intfConfig(*lag) != nullptr);
+      copyConfig(*lag, intfId);
+   } else {
+      trace(9, "Interface not in LAG, hasHwIntfConfig: {}", ptpHwConfig_->intfConfig(intfId) != nullptr);
+      copyConfig(intfId, intfId);
+   }
+}
+
+// The LAG interface itself never gets an output entry.
+void HwConfigAdapterSm::processLag(Wyx::IntfId lagIntfId) {
+   trace(8, "{}", lagIntfId);
+   const Vyr::VyrLagPortList* ports = vcsd_->lagToPort().find(lagIntfId);
+   if (!ports) return;
+   const Pondo::Ptr<const Ptp::HwIntfConfig> config = ptpHwConfig_->intfConfig(lagIntfId);
+   trace(9, "LAG exists, hasLagHwIntfConfig: {}", config != nullptr);
+   const std::vector<Wyx::IntfId> members = ports->member;
+   for (Wyx::IntfId member : members) {
+      trace(9, "Handling lagMember {}", member);
+      if (config) {
+         updateIntf(*config, member);
+      } else {
+         deleteIntf(member);
+      }
+   }
+}
+
+void HwConfigAdapterSm::copyConfig(Wyx::IntfId source, Wyx::IntfId intfId) {
+   if (const Ptp::HwIntfConfig* config = ptpHwConfig_->intfConfig(source)) {
+      updateIntf(*config, intfId);
+   } else {
+      deleteIntf(intfId);
+   }
+}
+
+void HwConfigAdapterSm::updateIntf(const Ptp::HwIntfConfig& config, Wyx::IntfId intfId) {
+   const Pondo::Ptr<Ptp::HwIntfConfig> out = outputPtpHwConfig_->intfConfigIs(intfId);
+   out->enabledIs(config.enabled());
+   out->disableManagementMessageForwardingIs(config.disableManagementMessageForwarding());
+}
+
+void HwConfigAdapterSm::deleteIntf(Wyx::IntfId intfId) { outputPtpHwConfig_->intfConfigDel(intfId); }
+
+// Output entries without an input entry are what an earlier run left behind;
+// LAG members among them are re-derived from their LAG by the steps after.
+void HwConfigAdapterSm::onConstruct() {
+   trace(8, "onConstruct");
+   std::vector<Wyx::IntfId> stale;
+   for (const auto& [intfId, config] : outputPtpHwConfig_->intfConfig()) {
+      if (!ptpHwConfig_->intfConfig(intfId)) stale.push_back(intfId);
+   }
+   for (Wyx::IntfId intfId : stale) {
+      trace(9, "Removing stale intf {} from output", intfId);
+      outputPtpHwConfig_->intfConfigDel(intfId);
+   }
+   handleForwardPtpV1();
+   handleForwardUnicastApplicable();
+   handleG82751Enabled();
+   handlePtpMode();
+   handleTimestampLocation();
+   handleIntf();
+   handlePortToLag();
+   handleLagToPort();
+}
+
+// The global output fields stay as they are.
+void HwConfigAdapterSm::onDestruct() {
+   trace(8, "onDestruct");
+   outputPtpHwConfig_->intfConfigDelAll();
+}
+
+Pondo::Ptr<HwConfigAdapterSm> hwConfigAdapterSmFactory(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                                       Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
+                                                       Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig) {
+   return Kiv::make<HwConfigAdapterSm>(std::move(ptpHwConfig), std::move(vcsd), std::move(outputPtpHwConfig));
+}
+
+}  // namespace VyrPtp

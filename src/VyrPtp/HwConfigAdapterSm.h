@@ -1,0 +1,89 @@
+// Turns the protocol side's PTP hardware configuration, which is per logical
+// interface (a LAG is one), into the per-physical-port configuration that the
+// hardware-facing machines read: global settings are copied, and every member
+// port of a LAG takes its LAG's interface configuration.
+#pragma once
+
+#include "Kiv/Reactor.h"
+#include "Ptp/HwConfig.h"
+#include "VyrPtp/Export.h"
+#include "Vyr/VyrCommonSmData.h"
+#include "Wyx/IntfId.h"
+
+namespace VyrPtp {
+
+class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
+  public:
+   struct F {
+      enum : Kiv::FieldId { ptpHwIntfConfig };
+   };
+   HwConfigAdapterSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig, Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
+                     Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig);
+   ~HwConfigAdapterSm() override;
+
+   const Ptp::HwConfig* ptpHwConfig() const { return ptpHwConfig_.get(); }
+   const Vyr::VyrCommonSmData* vcsd() const { return vcsd_.get(); }
+   Ptp::HwConfig* outputPtpHwConfig() const { return outputPtpHwConfig_.get(); }
+   // Number of nested machines, one per input interface configuration.
+   std::size_t ptpHwIntfConfigCount() const { return ptpHwIntfConfig_.size(); }
+
+   void handleForwardPtpV1();
+   void handleForwardUnicastApplicable();
+   void handleG82751Enabled();
+   void handlePtpMode();
+   void handleTimestampLocation();
+   // The per-key forms react to one entry of vcsd; the bulk forms run them for every key.
+   void handleIntf();
+   void handleIntf(Wyx::IntfId intfId);
+   void handlePortToLag();
+   void handlePortToLag(Wyx::IntfId intfId);
+   void handleLagToPort();
+   void handleLagToPort(Wyx::IntfId lagIntfId);
+
+   // Re-derives the output entry of one port, or of every member of one LAG.
+   void processIntf(Wyx::IntfId intfId);
+   void processLag(Wyx::IntfId lagIntfId);
+   void updateIntf(const Ptp::HwIntfConfig& config, Wyx::IntfId intfId);
+   void deleteIntf(Wyx::IntfId intfId);
+
+  private:
+   class NestedSm_PtpHwIntfConfig;
+
+   void on_ptpHwConfig(const Kiv::Change& c);
+   void on_vcsd(const Kiv::Change& c);
+   void onConstruct() override;
+   void onDestruct() override;
+   // The output entry of `intfId` takes the input configuration of `source`, or goes if there is none.
+   void copyConfig(Wyx::IntfId source, Wyx::IntfId intfId);
+
+   Kiv::Input<const Ptp::HwConfig> ptpHwConfig_;
+   Kiv::Input<const Vyr::VyrCommonSmData> vcsd_;
+   Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig_;
+   Kiv::Collection<Wyx::IntfId, NestedSm_PtpHwIntfConfig> ptpHwIntfConfig_{this, F::ptpHwIntfConfig,
+                                                                            "ptpHwIntfConfig"};
+};
+
+// Watches one interface configuration of the input. Its construction, its
+// destruction and every change of a copied field re-derive the output: the
+// port's own entry, or every member's entry when the interface is a LAG.
+class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::Reactor {
+  public:
+   NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter,
+                            Pondo::Ptr<const Ptp::HwIntfConfig> config);
+
+  private:
+   void on_ptpHwIntfConfig(const Kiv::Change& c);
+   void onConstruct() override;
+   void onDestruct() override;
+   void processChanges();
+
+   HwConfigAdapterSm* adapter_;
+   Wyx::IntfId intfId_;
+   Kiv::Input<const Ptp::HwIntfConfig> config_;
+};
+
+VYRPTP_EXPORT Pondo::Ptr<HwConfigAdapterSm> hwConfigAdapterSmFactory(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                                                     Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
+                                                                     Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig);
+
+}  // namespace VyrPtp
