@@ -78,7 +78,8 @@ class Entity : public Pondo::Publisher {
 };
 
 // Common part of every collection: owner, field identity, name, and a
-// modification count by which iterators detect use after a modification.
+// modification count (additions and removals) by which iterators detect use
+// after a modification.
 class CollectionBase {
   public:
    CollectionBase(Entity* owner, FieldId field, const char* name) : owner_(owner), field_(field), name_(name) {
@@ -124,7 +125,7 @@ class CollectionBase {
    }
 
    void publish(Change::Kind kind, const void* key, const void* oldValue, const void* newValue) {
-      ++modifications_;
+      if (kind != Change::Kind::changed) ++modifications_;
       owner_->publish(Change{owner_, field_, kind, key, oldValue, newValue});
    }
    Entity* owner() const { return owner_; }
