@@ -19,6 +19,9 @@ std::size_t Publisher::subscribers() const {
    return static_cast<std::size_t>(std::count_if(subs_.begin(), subs_.end(), [](Subscriber* s) { return s; }));
 }
 
+// The hold keeps this publisher, and with it a change's source and values,
+// alive while its subscribers and its owners' subscribers run, whatever they
+// release.
 void Publisher::deliver(const Change& c) const {
    Ptr<const Publisher> hold(this);
    ++delivering_;

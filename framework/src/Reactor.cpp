@@ -16,6 +16,29 @@ std::string typeName(const std::type_info& t) {
    return status == 0 ? name.get() : t.name();
 }
 
+// Stops the process for the exception in flight, which escaped a handler of `r`.
+[[noreturn]] void escaped(const Reactor& r) {
+   std::string what = "unknown exception";
+   try {
+      throw;
+   } catch (const std::exception& e) {
+      what = typeName(typeid(e)) + ": " + e.what();
+   } catch (...) {
+   }
+   fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
+         std::source_location::current());
+}
+
+// Runs a hook of `r`; an exception that escapes it stops the process.
+template <class F>
+void guarded(const Reactor& r, F hook) {
+   try {
+      hook();
+   } catch (...) {
+      escaped(r);
+   }
+}
+
 // Hands every replayed change straight to an input's handler: the initial
 // pass runs before notifications are switched on.
 struct Direct final : Pondo::Subscriber {
@@ -66,17 +89,7 @@ void InputBase::start() {
    selfHandler(nullptr, true);
 }
 
-void InputBase::handlerThrew() const {
-   std::string what = "unknown exception";
-   try {
-      throw;
-   } catch (const std::exception& e) {
-      what = typeName(typeid(e)) + ": " + e.what();
-   } catch (...) {
-   }
-   fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(*owner_)), what),
-         std::source_location::current());
-}
+void InputBase::handlerThrew() const { escaped(*owner_); }
 
 Reactor::Reactor(Reactor* parent) : parent_(parent) {
    if (parent_) {
@@ -87,18 +100,18 @@ Reactor::Reactor(Reactor* parent) : parent_(parent) {
 }
 
 Reactor::~Reactor() {
+   for (Reactor* c = firstChild_; c; c = c->nextSibling_) c->parent_ = nullptr;
    if (!parent_) return;
    if (prevSibling_) prevSibling_->nextSibling_ = nextSibling_;
    else parent_->firstChild_ = nextSibling_;
    if (nextSibling_) nextSibling_->prevSibling_ = prevSibling_;
-   for (Reactor* c = firstChild_; c; c = c->nextSibling_) c->parent_ = nullptr;
 }
 
 void Reactor::start() {
    for (InputBase* in : inputs_) in->start();
    started_ = true;
    checkInitialized();
-   onConstruct();
+   guarded(*this, [this] { onConstruct(); });
    notificationActive_ = true;
 }
 
@@ -108,7 +121,7 @@ void Reactor::checkInitialized() {
       if (in->required_ && !in->entity()) return;
    }
    initialized_ = true;
-   handleInitialized();
+   guarded(*this, [this] { handleInitialized(); });
 }
 
 // Notifications off, nested machines detached (the zombie-reactor pass), every
@@ -121,7 +134,7 @@ void Reactor::detach() {
 
 void Reactor::lastReferenceGone() {
    reference();  // keeps the count above zero while teardown publishes
-   onDestruct();
+   guarded(*this, [this] { onDestruct(); });
    detach();
    delete this;
 }

@@ -45,6 +45,7 @@ void TimerWheel::remove(Timer* t) {
 // Fires every timer due up to the present tick, tick by tick, in the order
 // they were set within a tick. Callbacks may set, move or destroy any timer.
 void TimerWheel::expire() {
+   Pondo::Ptr<TimerWheel> hold(this);  // a callback may drop the last use of the wheel
    const auto due = std::int64_t(std::floor(Kiv::currentTime() / tick_ + 1e-9));
    const auto mask = std::int64_t(buckets_.size()) - 1;
    for (std::int64_t t = std::max(done_ + 1, due - mask); t <= due && pending_; ++t) {

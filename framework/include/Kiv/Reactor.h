@@ -18,8 +18,11 @@
 //   old one and subscribes to the new one;
 // - self: after binding, every member of the new entity's collections is
 //   delivered to the handler as added and every member of the old entity that
-//   the new one lacks as removed; then the optional self handler runs with the
-//   previous entity and whether this is the initial binding.
+//   the new one lacks as removed, all with the new entity as `c.source` (null
+//   when the input was cleared), so `c.source == input.get()` tells the
+//   input's own changes from those inside its members in every case; then the
+//   optional self handler runs with the previous entity and whether this is
+//   the initial binding.
 //
 // Kiv::make<Sm>(...) constructs the machine, binds its inputs in declaration
 // order (the initial pass), calls handleInitialized() once every required
@@ -31,6 +34,10 @@
 // every input unsubscribes, then the object is deleted, which deletes owned
 // collections and outputs before the references to the inputs (declare inputs
 // first).
+//
+// An exception that escapes a handler, a self handler, handleInitialized(),
+// onConstruct() or onDestruct() stops the process with a message naming the
+// machine and the exception.
 #pragma once
 
 #include <vector>
@@ -87,8 +94,12 @@ class Input final : public InputBase {
    // An input that may stay absent without holding back handleInitialized().
    struct Optional {};
    template <class Owner>
-   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&))
-       : InputBase(owner, false), entity_(std::move(entity)), onChange_(static_cast<Handler>(onChange)) {}
+   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
+         void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
+       : InputBase(owner, false),
+         entity_(std::move(entity)),
+         onChange_(static_cast<Handler>(onChange)),
+         onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
    ~Input() { unsubscribe(entity_.get()); }
 
@@ -159,13 +170,50 @@ class Reactor : public Entity {
    void checkInitialized();
 
    std::vector<InputBase*> inputs_;
-   Reactor* parent_;
+   Reactor* parent_;  // cleared when the parent goes first
    Reactor* firstChild_ = nullptr;
    Reactor* prevSibling_ = nullptr;
    Reactor* nextSibling_ = nullptr;
    bool notificationActive_ = false;
    bool initialized_ = false;
    bool started_ = false;
+};
+
+// A nested machine: watches one entity, its notifier (usually a member of a
+// collection that its owner watches), on behalf of the machine that owns it,
+// and hands every change of the notifier to onAttribute(). The owner keeps its
+// nested machines in a collection keyed like the one they shadow.
+//
+//   class NestedSm_IntfStatus : public Kiv::NestedSm<AggregatorSm, const IntfInfo> {
+//     public:
+//      using NestedSm::NestedSm;
+//     private:
+//      void onAttribute(const Kiv::Change& c) override {
+//         if (c.field == IntfInfo::F::generation) ownerSm()->handleIntfStatus(notifier()->key());
+//      }
+//   };
+template <class Owner, class T>
+class NestedSm : public Reactor {
+  public:
+   NestedSm(Pondo::Ptr<T> notifier, Owner* owner)
+       : Reactor(owner), ownerSm_(owner), notifier_(this, std::move(notifier), &NestedSm::onNotifier) {}
+
+   // The owning machine (not counted).
+   Owner* ownerSm() const { return ownerSm_; }
+   T* notifier() const { return notifier_.get(); }
+   // Attaches the machine to another entity, like replacing any input.
+   void notifierIs(Pondo::Ptr<T> n) { notifier_ = std::move(n); }
+
+  protected:
+   // One change of the notifier: `c.field` names the attribute, `c.newValue`
+   // points at its value.
+   virtual void onAttribute(const Change& c) = 0;
+
+  private:
+   void onNotifier(const Change& c) { onAttribute(c); }
+
+   Owner* ownerSm_;
+   Input<T> notifier_;
 };
 
 }  // namespace Kiv

@@ -75,10 +75,7 @@ class Publisher : public Object {
    }
 
    void publish(const Change& c) const {
-      if (subs_.empty()) {
-         if (owner_) owner_->publish(c);
-         return;
-      }
+      if (subs_.empty() && !owner_) return;  // nobody listens
       deliver(c);
    }
 
