@@ -16,6 +16,7 @@ using Pondo::Generation;
 using Pondo::Ptr;
 
 int nodesGone = 0;
+int membersGone = 0;
 
 class Node : public Kiv::Entity {
   public:
@@ -46,6 +47,7 @@ class Member : public Kiv::Entity {
       enum : Kiv::FieldId { id, node, weight, child };
    };
    Member(int id, Ptr<const Node> node) : id_(id), node_(Kiv::nonNull(node, "node")) {}
+   ~Member() override { ++membersGone; }
    int id() const { return id_; }
    std::tuple<Ptr<const Node>> fixedArgs() const { return {node_}; }
    int weight() const { return weight_; }
@@ -266,6 +268,26 @@ TEST(Collection, ChangesInsideMembersReachTheOwnersSubscribers) {
    const auto heard = r.heard.size();
    m->weightIs(6);
    EXPECT_EQ(r.heard.size(), heard);
+}
+
+TEST(Collection, AMemberDeletedByTheOwnersSubscriberLivesUntilDeliveryEnds) {
+   auto h = Kiv::make<Holder>();
+   Member* raw = h->member.is(1, node("n")).get();  // only the collection holds it
+   Recorder deleter(h.get()), reader(h.get());
+   deleter.hook = [&](const Change& c) {
+      if (c.source == raw) h->member.del(1);
+   };
+   const int goneBefore = membersGone;
+   int goneWhileReading = -1, valueRead = -1;
+   reader.hook = [&](const Change& c) {
+      if (c.source != raw) return;
+      goneWhileReading = membersGone - goneBefore;
+      valueRead = c.newAs<int>();
+   };
+   raw->weightIs(9);  // the member has no subscribers of its own
+   EXPECT_EQ(goneWhileReading, 0);
+   EXPECT_EQ(valueRead, 9);
+   EXPECT_EQ(membersGone - goneBefore, 1);
 }
 
 TEST(Map, PublishesAdditionsRealChangesAndRemovals) {

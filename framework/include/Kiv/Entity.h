@@ -156,6 +156,7 @@ class CheckedIterator {
       check();
       return Project{}(*it_);
    }
+   auto operator->() const { return &**this; }
    CheckedIterator& operator++() {
       check();
       ++it_;
