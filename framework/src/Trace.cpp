@@ -42,6 +42,7 @@ struct Registry {
    void openFile(const std::string& path) {
       std::FILE* f = std::fopen(path.c_str(), "a");
       if (!f) throw std::runtime_error(fmt::format("cannot open trace file '{}'", path));
+      std::setvbuf(f, nullptr, _IOLBF, BUFSIZ);  // whole records, none lost when an assertion aborts
       file.reset(f);
    }
    void traceConfigIsLocked(std::string_view config);
