@@ -426,6 +426,25 @@ TEST(Publisher, APublisherReleasedByItsSubscriberLivesUntilDeliveryEnds) {
    EXPECT_EQ(nodesGone - goneBefore, 1);
 }
 
+TEST(Publisher, APublisherCountedAgainDuringDeliveryIsKept) {
+   auto n = node("a");
+   Node* raw = n.get();
+   Recorder r(raw);
+   Ptr<Node> again;
+   r.hook = [&](const Change&) {
+      n = nullptr;  // the last use goes...
+      again = raw;  // ...and a new one is taken before delivery ends
+   };
+   const int goneBefore = nodesGone;
+   raw->countIs(1);
+   EXPECT_EQ(nodesGone - goneBefore, 0);
+   EXPECT_EQ(again->references(), 1u);
+   raw->subscriberRemove(&r);
+   r.publisher = nullptr;
+   again = nullptr;
+   EXPECT_EQ(nodesGone - goneBefore, 1);
+}
+
 TEST(Dir, HoldsNamedEntitiesAndPublishesAdditionsAndRemovals) {
    auto dir = Kiv::make<Kiv::Dir>("root");
    Recorder r(dir.get());

@@ -19,21 +19,16 @@ std::size_t Publisher::subscribers() const {
    return static_cast<std::size_t>(std::count_if(subs_.begin(), subs_.end(), [](Subscriber* s) { return s; }));
 }
 
-// The hold keeps this publisher, and with it a change's source and values,
-// alive while its subscribers and its owners' subscribers run, whatever they
-// release.
-void Publisher::deliver(const Change& c) const {
-   Ptr<const Publisher> hold(this);
-   ++delivering_;
-   const std::size_t n = subs_.size();
-   for (std::size_t i = 0; i < n; ++i) {
-      if (Subscriber* s = subs_[i]) s->onChange(c);
-   }
-   if (--delivering_ == 0 && holes_) {
+void Publisher::settle() const {
+   if (holes_) {
       std::erase(subs_, nullptr);
       holes_ = false;
    }
-   if (owner_) owner_->publish(c);
+   if (released_) {
+      auto* self = const_cast<Publisher*>(this);
+      self->released_ = false;
+      if (references() == 0) self->destroy();  // unless counted again meanwhile
+   }
 }
 
 }  // namespace Pondo

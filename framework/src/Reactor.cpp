@@ -55,8 +55,6 @@ InputBase::InputBase(Reactor* owner, bool required) : owner_(owner), required_(r
 
 InputBase::~InputBase() = default;
 
-bool InputBase::active() const { return owner_->notificationActive_; }
-
 void InputBase::unsubscribe(const Pondo::Publisher* entity) {
    if (subscribed_ && entity) entity->subscriberRemove(this);
    subscribed_ = false;
@@ -132,7 +130,7 @@ void Reactor::detach() {
    for (InputBase* in : inputs_) in->unsubscribe(in->entity());
 }
 
-void Reactor::lastReferenceGone() {
+void Reactor::destroy() {
    reference();  // keeps the count above zero while teardown publishes
    guarded(*this, [this] { onDestruct(); });
    detach();

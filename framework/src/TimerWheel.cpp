@@ -36,8 +36,15 @@ void TimerWheel::add(Timer* t, std::int64_t tick) {
    if (at < wakeUp_.timeMin()) wakeUp_.timeMinIs(at);
 }
 
+// Leaves a hole, compacted when the bucket fires, unless the timer is the
+// bucket's last: a timer moved again and again then reuses its slot.
 void TimerWheel::remove(Timer* t) {
-   (t->bucket_ == kFiring ? firing_ : buckets_[t->bucket_])[t->slot_].timer = nullptr;
+   auto& bucket = t->bucket_ == kFiring ? firing_ : buckets_[t->bucket_];
+   if (t->bucket_ != kFiring && t->slot_ + 1 == bucket.size()) {
+      bucket.pop_back();
+   } else {
+      bucket[t->slot_].timer = nullptr;
+   }
    t->scheduled_ = false;
    --pending_;
 }

@@ -69,8 +69,11 @@ class Entity : public Pondo::Publisher {
    template <class V>
    void set(V& slot, std::type_identity_t<V> value, FieldId field) {
       if (slot == value) return;
-      V old = std::move(slot);
-      slot = std::move(value);
+      if (!listened()) {
+         slot = std::move(value);
+         return;
+      }
+      V old = std::exchange(slot, std::move(value));
       publish(Change{this, field, Change::Kind::attribute, nullptr, &old, &slot});
    }
 

@@ -60,7 +60,7 @@ class InputBase : public Pondo::Subscriber {
    // Subscribes to `now` (after leaving `previous`) and replays its members.
    void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);
    void unsubscribe(const Pondo::Publisher* entity);
-   // Runs `handler` on the owner unless notifications are off.
+   // Whether the owner takes notifications.
    bool active() const;
    [[noreturn]] void handlerThrew() const;
    Reactor* owner() const { return owner_; }
@@ -165,7 +165,7 @@ class Reactor : public Entity {
 
   private:
    friend class InputBase;
-   void lastReferenceGone() override;
+   void destroy() override;
    void detach();
    void checkInitialized();
 
@@ -178,6 +178,8 @@ class Reactor : public Entity {
    bool initialized_ = false;
    bool started_ = false;
 };
+
+inline bool InputBase::active() const { return owner_->notificationActive_; }
 
 // A nested machine: watches one entity, its notifier (usually a member of a
 // collection that its owner watches), on behalf of the machine that owns it,

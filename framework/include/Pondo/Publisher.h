@@ -58,8 +58,10 @@ class Subscriber {
 //
 // Delivery is re-entrant: a subscriber removed during delivery leaves a hole
 // that is compacted when the outermost delivery returns; one added during
-// delivery hears from the next change on; a publisher released by one of its
-// own subscribers stays alive until its delivery returns.
+// delivery hears from the next change on; a publisher whose last use goes
+// while its changes are being delivered (to its subscribers or its owners')
+// stays alive, with the change's source and values, until that delivery
+// returns.
 class Publisher : public Object {
   public:
    void subscriberAdd(Subscriber* s) const { subs_.push_back(s); }
@@ -74,17 +76,41 @@ class Publisher : public Object {
       ownerField_ = field;
    }
 
+   // Whether a change would reach anyone: a subscriber or an owner.
+   bool listened() const { return !subs_.empty() || owner_; }
    void publish(const Change& c) const {
-      if (subs_.empty() && !owner_) return;  // nobody listens
-      deliver(c);
+      if (listened()) deliver(c);
    }
 
+  protected:
+   // Ends the object once its last use is gone and no delivery of its changes
+   // is running.
+   virtual void destroy() { delete this; }
+
   private:
-   void deliver(const Change& c) const;
+   void lastReferenceGone() final {
+      if (delivering_) {
+         released_ = true;
+      } else {
+         destroy();
+      }
+   }
+   void deliver(const Change& c) const {
+      ++delivering_;
+      const std::size_t n = subs_.size();
+      for (std::size_t i = 0; i < n; ++i) {
+         if (Subscriber* s = subs_[i]) s->onChange(c);
+      }
+      if (owner_) owner_->publish(c);
+      if (--delivering_ == 0 && (holes_ | released_)) settle();
+   }
+   // After the outermost delivery: compacts the holes, ends a released publisher.
+   void settle() const;
 
    mutable std::vector<Subscriber*> subs_;
    mutable std::uint32_t delivering_ = 0;
    mutable bool holes_ = false;
+   bool released_ = false;
    const Publisher* owner_ = nullptr;
    FieldId ownerField_ = 0;
 };
