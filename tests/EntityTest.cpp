@@ -328,6 +328,24 @@ TEST(Set, AddsAndRemovesKeysOnce) {
    EXPECT_FALSE(h->tag == other->tag);
 }
 
+TEST(Map, DelAllOfValuesAndOfKeysRemovesEachInKeyOrder) {
+   auto h = Kiv::make<Holder>();
+   for (int k : {2, 3, 1}) {
+      h->label.is(k, "x");
+      h->tag.is(k);
+   }
+   Recorder r(h.get());
+   std::vector<std::string> removed;
+   r.hook = [&](const Change& c) {
+      removed.push_back(fmt::format("{}{}", c.field == Holder::F::label ? "label " : "tag ", c.keyAs<int>()));
+   };
+   h->label.delAll();
+   h->tag.delAll();
+   EXPECT_EQ(removed, (std::vector<std::string>{"label 1", "label 2", "label 3", "tag 1", "tag 2", "tag 3"}));
+   EXPECT_TRUE(h->label.empty());
+   EXPECT_TRUE(h->tag.empty());
+}
+
 TEST(Iteration, VisitsEveryMemberInKeyOrder) {
    auto h = Kiv::make<Holder>();
    for (int k : {5, 1, 3}) {
