@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <vector>
 
 #include "Kiv/Dir.h"
@@ -461,6 +462,14 @@ TEST(Publisher, APublisherCountedAgainDuringDeliveryIsKept) {
    r.publisher = nullptr;
    again = nullptr;
    EXPECT_EQ(nodesGone - goneBefore, 1);
+}
+
+TEST(PublisherDeathTest, AnExceptionEscapingASubscriberEndsTheProcess) {
+   auto n = node("a");
+   Recorder r(n.get());
+   r.hook = [](const Change&) { throw std::logic_error("subscriber failed"); };
+   EXPECT_DEATH(n->countIs(1), "exception escaped a handler of \\(anonymous namespace\\)::Recorder: "
+                               "std::logic_error: subscriber failed");
 }
 
 TEST(Dir, HoldsNamedEntitiesAndPublishesAdditionsAndRemovals) {

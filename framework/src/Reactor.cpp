@@ -1,33 +1,10 @@
 #include "Kiv/Reactor.h"
 
-#include <cxxabi.h>
-
-#include <cstdlib>
-#include <memory>
-#include <typeinfo>
+#include <functional>
 
 namespace Kiv {
 
 namespace {
-
-std::string typeName(const std::type_info& t) {
-   int status = 0;
-   std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(t.name(), nullptr, nullptr, &status), std::free);
-   return status == 0 ? name.get() : t.name();
-}
-
-// Stops the process for the exception in flight, which escaped a handler of `r`.
-[[noreturn]] void escaped(const Reactor& r) {
-   std::string what = "unknown exception";
-   try {
-      throw;
-   } catch (const std::exception& e) {
-      what = typeName(typeid(e)) + ": " + e.what();
-   } catch (...) {
-   }
-   fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
-         std::source_location::current());
-}
 
 // Runs a hook of `r`; an exception that escapes it stops the process.
 template <class F>
@@ -35,7 +12,7 @@ void guarded(const Reactor& r, F hook) {
    try {
       hook();
    } catch (...) {
-      escaped(r);
+      Pondo::handlerThrew(r);
    }
 }
 
@@ -49,21 +26,30 @@ struct Direct final : Pondo::Subscriber {
 
 }  // namespace
 
-InputBase::InputBase(Reactor* owner, bool required) : owner_(owner), required_(required) {
+InputBase::InputBase(Reactor* owner, bool required, Pondo::Publisher::Handler onChange)
+    : owner_(owner), onChange_(onChange), required_(required) {
    owner->inputs_.push_back(this);
 }
 
 InputBase::~InputBase() = default;
 
 void InputBase::unsubscribe(const Pondo::Publisher* entity) {
-   if (subscribed_ && entity) entity->subscriberRemove(this);
+   if (subscribed_ && entity) entity->handlerRemove(owner_, onChange_);
    subscribed_ = false;
+}
+
+void InputBase::dispatch(const Change& c) {
+   try {
+      (owner_->*onChange_)(c);
+   } catch (...) {
+      handlerThrew();
+   }
 }
 
 void InputBase::bind(const Pondo::Publisher* now, const Pondo::Publisher* previous) {
    unsubscribe(previous);
    if (now) {
-      now->subscriberAdd(this);
+      now->handlerAdd(owner_, onChange_, &owner_->notificationActive_);
       subscribed_ = true;
    }
    auto* e = static_cast<const Entity*>(now ? now : previous);
@@ -87,7 +73,7 @@ void InputBase::start() {
    selfHandler(nullptr, true);
 }
 
-void InputBase::handlerThrew() const { escaped(*owner_); }
+void InputBase::handlerThrew() const { Pondo::handlerThrew(*owner_); }
 
 Reactor::Reactor(Reactor* parent) : parent_(parent) {
    if (parent_) {

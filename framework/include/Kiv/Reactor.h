@@ -48,31 +48,33 @@ namespace Kiv {
 
 class Reactor;
 
-class InputBase : public Pondo::Subscriber {
+// An input registers its owner's handler with the watched entity, which calls
+// it directly while the owner's notifications are on.
+class InputBase {
   public:
    InputBase(const InputBase&) = delete;
    InputBase& operator=(const InputBase&) = delete;
 
   protected:
-   InputBase(Reactor* owner, bool required);
+   InputBase(Reactor* owner, bool required, Pondo::Publisher::Handler onChange);
    ~InputBase();
 
    // Subscribes to `now` (after leaving `previous`) and replays its members.
    void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);
    void unsubscribe(const Pondo::Publisher* entity);
-   // Whether the owner takes notifications.
-   bool active() const;
    [[noreturn]] void handlerThrew() const;
    Reactor* owner() const { return owner_; }
 
   private:
    friend class Reactor;
    virtual const Pondo::Publisher* entity() const = 0;
-   virtual void dispatch(const Change& c) = 0;
    virtual void selfHandler(const Pondo::Publisher* previous, bool initial) = 0;
+   // Runs the handler for a replayed change.
+   void dispatch(const Change& c);
    void start();
 
    Reactor* owner_;
+   Pondo::Publisher::Handler onChange_;
    bool required_;
    bool subscribed_ = false;
 };
@@ -80,15 +82,13 @@ class InputBase : public Pondo::Subscriber {
 template <class T>
 class Input final : public InputBase {
   public:
-   using Handler = void (Reactor::*)(const Change&);
    using SelfHandler = void (Reactor::*)(T* previous, bool initial);
 
    template <class Owner>
    Input(Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
          void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, true),
+       : InputBase(owner, true, static_cast<Pondo::Publisher::Handler>(onChange)),
          entity_(std::move(entity)),
-         onChange_(static_cast<Handler>(onChange)),
          onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
    // An input that may stay absent without holding back handleInitialized().
@@ -96,9 +96,8 @@ class Input final : public InputBase {
    template <class Owner>
    Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
          void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, false),
+       : InputBase(owner, false, static_cast<Pondo::Publisher::Handler>(onChange)),
          entity_(std::move(entity)),
-         onChange_(static_cast<Handler>(onChange)),
          onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
    ~Input() { unsubscribe(entity_.get()); }
@@ -120,16 +119,6 @@ class Input final : public InputBase {
 
   private:
    const Pondo::Publisher* entity() const override { return entity_.get(); }
-   void onChange(const Change& c) override {
-      if (active()) dispatch(c);
-   }
-   void dispatch(const Change& c) override {
-      try {
-         (owner()->*onChange_)(c);
-      } catch (...) {
-         handlerThrew();
-      }
-   }
    void selfHandler(const Pondo::Publisher* previous, bool initial) override {
       if (!onSelf_) return;
       try {
@@ -140,11 +129,10 @@ class Input final : public InputBase {
    }
 
    Pondo::Ptr<T> entity_;
-   Handler onChange_;
    SelfHandler onSelf_ = nullptr;
 };
 
-class Reactor : public Entity {
+class Reactor : public Entity, public Pondo::Receiver {
   public:
    bool hasNotificationActive() const { return notificationActive_; }
    void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
@@ -178,8 +166,6 @@ class Reactor : public Entity {
    bool initialized_ = false;
    bool started_ = false;
 };
-
-inline bool InputBase::active() const { return owner_->notificationActive_; }
 
 // A nested machine: watches one entity, its notifier (usually a member of a
 // collection that its owner watches), on behalf of the machine that owns it,
