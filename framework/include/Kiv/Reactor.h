@@ -132,7 +132,10 @@ class Input final : public InputBase {
    SelfHandler onSelf_ = nullptr;
 };
 
-class Reactor : public Entity, public Pondo::Receiver {
+// The receiver comes first, so that a handler is called on the machine's own
+// address (sanitizers check it); a machine names Reactor, or another machine
+// type, as its first base.
+class Reactor : public Pondo::Receiver, public Entity {
   public:
    bool hasNotificationActive() const { return notificationActive_; }
    void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
