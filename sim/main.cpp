@@ -24,7 +24,7 @@ constexpr const char* kUsage =
     "usage: vyrptp-sim [SCENARIO.yaml] [options]\n"
     "Runs a virtual switch with libVyrPtp; without a scenario, the built-in default one.\n"
     "  --real-time          run the activity loop in real time instead of virtual time\n"
-    "  --trace SPEC         enable trace handles, e.g. 'AggregatorSmNi/0-9,*/0'\n"
+    "  --trace CONFIG       enable trace handles, e.g. 'AggregatorSmNi/0-9,*/0'\n"
     "  --trace-file PATH    write traces to PATH instead of standard error\n"
     "  --verbose            log every decision as it happens\n"
     "  --print-default      print the built-in default scenario and exit\n"

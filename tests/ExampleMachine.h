@@ -1,7 +1,11 @@
-// A small entity family and state machine showing the framework's pattern;
-// used by the framework tests.
+// A small entity family and state machines showing the framework's pattern:
+// a machine copying members into an output, and one keeping a nested machine
+// per member. Used by the framework tests.
 #pragma once
 
+#include <fmt/format.h>
+
+#include <string>
 #include <vector>
 
 #include "Kiv/Reactor.h"
@@ -93,5 +97,54 @@ class SummarySm : public Kiv::Reactor {
    Kiv::Input<const Chassis> chassis_;
    Pondo::Ptr<Summary> summary_;
 };
+
+class PortWatchSm;
+
+// Watches one port for its PortWatchSm and forwards the port's speed.
+class NestedSm_Port : public Kiv::NestedSm<PortWatchSm, const Port> {
+  public:
+   using NestedSm::NestedSm;
+
+  private:
+   void onAttribute(const Kiv::Change& c) override;
+};
+
+// Keeps one nested machine per port of the chassis and logs every speed that
+// they forward.
+class PortWatchSm : public Kiv::Reactor {
+  public:
+   struct F {
+      enum : Kiv::FieldId { portSm };
+   };
+   explicit PortWatchSm(Pondo::Ptr<const Chassis> chassis)
+       : chassis_(this, std::move(chassis), &PortWatchSm::on_chassis) {}
+
+   void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
+   NestedSm_Port* portSm(Wyx::IntfId k) const { return portSm_.find(k); }
+   const Kiv::Collection<Wyx::IntfId, NestedSm_Port>& portSm() const { return portSm_; }
+
+   void handleSpeed(Wyx::IntfId i, int speed) { log.push_back(fmt::format("speed {} {}", i.shortName(), speed)); }
+   std::vector<std::string> log;
+
+  private:
+   void on_chassis(const Kiv::Change& c) {
+      if (c.source != chassis_.get() || c.field != Chassis::F::port) return;
+      const auto k = c.keyAs<Wyx::IntfId>();
+      if (c.added()) {
+         Pondo::Ptr<const Port> port = chassis_->port(k);
+         portSm_.insert(k, Kiv::make<NestedSm_Port>(port, this));
+         handleSpeed(k, port->speed());
+      } else {
+         portSm_.del(k);
+      }
+   }
+
+   Kiv::Input<const Chassis> chassis_;
+   Kiv::Collection<Wyx::IntfId, NestedSm_Port> portSm_{this, F::portSm, "portSm"};
+};
+
+inline void NestedSm_Port::onAttribute(const Kiv::Change& c) {
+   if (c.field == Port::F::speed) ownerSm()->handleSpeed(notifier()->intf(), c.newAs<int>());
+}
 
 }  // namespace Example

@@ -13,6 +13,9 @@ Seconds steadySeconds() {
 Seconds systemSeconds() {
    return std::chrono::duration<Seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
 }
+void sleepUntil(Seconds t) {
+   if (Seconds wait = t - steadySeconds(); wait > 0) std::this_thread::sleep_for(std::chrono::duration<Seconds>(wait));
+}
 
 }  // namespace
 
@@ -53,13 +56,15 @@ void ActivityManager::runUntil(Seconds until) {
          work();
          continue;
       }
-      if (timers_.empty()) break;
+      if (timers_.empty() || std::get<0>(*timers_.begin()) > until) {
+         if (!virtual_ && until != kNever) sleepUntil(until);  // nothing can happen before
+         break;
+      }
       auto [when, seq, timer] = *timers_.begin();
-      if (when > until) break;
       if (virtual_) {
          if (when > virtualNow_) virtualNow_ = when;
-      } else if (Seconds wait = when - steadySeconds(); wait > 0) {
-         std::this_thread::sleep_for(std::chrono::duration<Seconds>(wait));
+      } else if (when > steadySeconds()) {
+         sleepUntil(when);
          continue;  // time has moved; look again
       }
       timers_.erase(timers_.begin());

@@ -1,14 +1,46 @@
 #include "Pondo/Publisher.h"
 
+#include <cxxabi.h>
+
 #include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <typeinfo>
+
+#include "Kiv/Trace.h"
 
 namespace Pondo {
 
-void Publisher::subscriberRemove(Subscriber* s) const {
-   auto it = std::find(subs_.begin(), subs_.end(), s);
+namespace {
+
+std::string typeName(const std::type_info& t) {
+   int status = 0;
+   std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(t.name(), nullptr, nullptr, &status), std::free);
+   return status == 0 ? name.get() : t.name();
+}
+
+}  // namespace
+
+void handlerThrew(const Receiver& r) {
+   std::string what = "unknown exception";
+   try {
+      throw;
+   } catch (const std::exception& e) {
+      what = typeName(typeid(e)) + ": " + e.what();
+   } catch (...) {
+   }
+   Kiv::fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
+              std::source_location::current());
+}
+
+void Publisher::handlerRemove(Receiver* target, Handler handler) const {
+   auto it = std::find_if(subs_.begin(), subs_.end(), [&](const Entry& e) {
+      return e.target == target && e.handler == handler && e.active != &kOff;
+   });
    if (it == subs_.end()) return;
    if (delivering_) {
-      *it = nullptr;
+      it->active = &kOff;
       holes_ = true;
    } else {
       subs_.erase(it);
@@ -16,21 +48,20 @@ void Publisher::subscriberRemove(Subscriber* s) const {
 }
 
 std::size_t Publisher::subscribers() const {
-   return static_cast<std::size_t>(std::count_if(subs_.begin(), subs_.end(), [](Subscriber* s) { return s; }));
+   return static_cast<std::size_t>(
+       std::count_if(subs_.begin(), subs_.end(), [](const Entry& e) { return e.active != &kOff; }));
 }
 
-void Publisher::deliver(const Change& c) const {
-   Ptr<const Publisher> hold(this);
-   ++delivering_;
-   const std::size_t n = subs_.size();
-   for (std::size_t i = 0; i < n; ++i) {
-      if (Subscriber* s = subs_[i]) s->onChange(c);
-   }
-   if (--delivering_ == 0 && holes_) {
-      std::erase(subs_, nullptr);
+void Publisher::settle() const {
+   if (holes_) {
+      std::erase_if(subs_, [](const Entry& e) { return e.active == &kOff; });
       holes_ = false;
    }
-   if (owner_) owner_->publish(c);
+   if (released_) {
+      auto* self = const_cast<Publisher*>(this);
+      self->released_ = false;
+      if (references() == 0) self->destroy();  // unless counted again meanwhile
+   }
 }
 
 }  // namespace Pondo

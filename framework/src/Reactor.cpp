@@ -1,19 +1,19 @@
 #include "Kiv/Reactor.h"
 
-#include <cxxabi.h>
-
-#include <cstdlib>
-#include <memory>
-#include <typeinfo>
+#include <functional>
 
 namespace Kiv {
 
 namespace {
 
-std::string typeName(const std::type_info& t) {
-   int status = 0;
-   std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(t.name(), nullptr, nullptr, &status), std::free);
-   return status == 0 ? name.get() : t.name();
+// Runs a hook of `r`; an exception that escapes it stops the process.
+template <class F>
+void guarded(const Reactor& r, F hook) {
+   try {
+      hook();
+   } catch (...) {
+      Pondo::handlerThrew(r);
+   }
 }
 
 // Hands every replayed change straight to an input's handler: the initial
@@ -26,23 +26,30 @@ struct Direct final : Pondo::Subscriber {
 
 }  // namespace
 
-InputBase::InputBase(Reactor* owner, bool required) : owner_(owner), required_(required) {
+InputBase::InputBase(Reactor* owner, bool required, Pondo::Publisher::Handler onChange)
+    : owner_(owner), onChange_(onChange), required_(required) {
    owner->inputs_.push_back(this);
 }
 
 InputBase::~InputBase() = default;
 
-bool InputBase::active() const { return owner_->notificationActive_; }
-
 void InputBase::unsubscribe(const Pondo::Publisher* entity) {
-   if (subscribed_ && entity) entity->subscriberRemove(this);
+   if (subscribed_ && entity) entity->handlerRemove(owner_, onChange_);
    subscribed_ = false;
+}
+
+void InputBase::dispatch(const Change& c) {
+   try {
+      (owner_->*onChange_)(c);
+   } catch (...) {
+      handlerThrew();
+   }
 }
 
 void InputBase::bind(const Pondo::Publisher* now, const Pondo::Publisher* previous) {
    unsubscribe(previous);
    if (now) {
-      now->subscriberAdd(this);
+      now->handlerAdd(owner_, onChange_, &owner_->notificationActive_);
       subscribed_ = true;
    }
    auto* e = static_cast<const Entity*>(now ? now : previous);
@@ -66,17 +73,7 @@ void InputBase::start() {
    selfHandler(nullptr, true);
 }
 
-void InputBase::handlerThrew() const {
-   std::string what = "unknown exception";
-   try {
-      throw;
-   } catch (const std::exception& e) {
-      what = typeName(typeid(e)) + ": " + e.what();
-   } catch (...) {
-   }
-   fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(*owner_)), what),
-         std::source_location::current());
-}
+void InputBase::handlerThrew() const { Pondo::handlerThrew(*owner_); }
 
 Reactor::Reactor(Reactor* parent) : parent_(parent) {
    if (parent_) {
@@ -87,18 +84,18 @@ Reactor::Reactor(Reactor* parent) : parent_(parent) {
 }
 
 Reactor::~Reactor() {
+   for (Reactor* c = firstChild_; c; c = c->nextSibling_) c->parent_ = nullptr;
    if (!parent_) return;
    if (prevSibling_) prevSibling_->nextSibling_ = nextSibling_;
    else parent_->firstChild_ = nextSibling_;
    if (nextSibling_) nextSibling_->prevSibling_ = prevSibling_;
-   for (Reactor* c = firstChild_; c; c = c->nextSibling_) c->parent_ = nullptr;
 }
 
 void Reactor::start() {
    for (InputBase* in : inputs_) in->start();
    started_ = true;
    checkInitialized();
-   onConstruct();
+   guarded(*this, [this] { onConstruct(); });
    notificationActive_ = true;
 }
 
@@ -108,7 +105,7 @@ void Reactor::checkInitialized() {
       if (in->required_ && !in->entity()) return;
    }
    initialized_ = true;
-   handleInitialized();
+   guarded(*this, [this] { handleInitialized(); });
 }
 
 // Notifications off, nested machines detached (the zombie-reactor pass), every
@@ -119,9 +116,9 @@ void Reactor::detach() {
    for (InputBase* in : inputs_) in->unsubscribe(in->entity());
 }
 
-void Reactor::lastReferenceGone() {
+void Reactor::destroy() {
    reference();  // keeps the count above zero while teardown publishes
-   onDestruct();
+   guarded(*this, [this] { onDestruct(); });
    detach();
    delete this;
 }

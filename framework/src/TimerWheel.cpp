@@ -36,8 +36,15 @@ void TimerWheel::add(Timer* t, std::int64_t tick) {
    if (at < wakeUp_.timeMin()) wakeUp_.timeMinIs(at);
 }
 
+// Leaves a hole, compacted when the bucket fires, unless the timer is the
+// bucket's last: a timer moved again and again then reuses its slot.
 void TimerWheel::remove(Timer* t) {
-   (t->bucket_ == kFiring ? firing_ : buckets_[t->bucket_])[t->slot_].timer = nullptr;
+   auto& bucket = t->bucket_ == kFiring ? firing_ : buckets_[t->bucket_];
+   if (t->bucket_ != kFiring && t->slot_ + 1 == bucket.size()) {
+      bucket.pop_back();
+   } else {
+      bucket[t->slot_].timer = nullptr;
+   }
    t->scheduled_ = false;
    --pending_;
 }
@@ -45,6 +52,7 @@ void TimerWheel::remove(Timer* t) {
 // Fires every timer due up to the present tick, tick by tick, in the order
 // they were set within a tick. Callbacks may set, move or destroy any timer.
 void TimerWheel::expire() {
+   Pondo::Ptr<TimerWheel> hold(this);  // a callback may drop the last use of the wheel
    const auto due = std::int64_t(std::floor(Kiv::currentTime() / tick_ + 1e-9));
    const auto mask = std::int64_t(buckets_.size()) - 1;
    for (std::int64_t t = std::max(done_ + 1, due - mask); t <= due && pending_; ++t) {

@@ -17,9 +17,19 @@ struct Registry {
    std::function<void(const TraceRecord&)> sink;
    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, &std::fclose};
 
+   // A malformed environment is reported and ignored: tracing must not stop
+   // the process that loads the library.
    Registry() {
-      if (const char* spec = std::getenv("VYRPTP_TRACE")) traceConfigIsLocked(spec);
-      if (const char* path = std::getenv("VYRPTP_TRACE_FILE")) openFile(path);
+      try {
+         if (const char* config = std::getenv("VYRPTP_TRACE")) traceConfigIsLocked(config);
+      } catch (const std::exception& e) {
+         std::fprintf(stderr, "VYRPTP_TRACE ignored: %s\n", e.what());
+      }
+      try {
+         if (const char* path = std::getenv("VYRPTP_TRACE_FILE")) openFile(path);
+      } catch (const std::exception& e) {
+         std::fprintf(stderr, "VYRPTP_TRACE_FILE ignored: %s\n", e.what());
+      }
    }
    std::uint16_t maskFor(std::string_view name) const {
       if (auto it = masks.find(name); it != masks.end()) return it->second;
@@ -32,9 +42,10 @@ struct Registry {
    void openFile(const std::string& path) {
       std::FILE* f = std::fopen(path.c_str(), "a");
       if (!f) throw std::runtime_error(fmt::format("cannot open trace file '{}'", path));
+      std::setvbuf(f, nullptr, _IOLBF, BUFSIZ);  // whole records, none lost when an assertion aborts
       file.reset(f);
    }
-   void traceConfigIsLocked(std::string_view spec);
+   void traceConfigIsLocked(std::string_view config);
 };
 
 Registry& registry() {
@@ -67,18 +78,21 @@ std::uint16_t parseLevels(std::string_view levels, std::string_view item) {
    return mask;
 }
 
-void Registry::traceConfigIsLocked(std::string_view spec) {
-   while (!spec.empty()) {
-      auto comma = spec.find(',');
-      std::string_view item = spec.substr(0, comma);
-      spec = comma == std::string_view::npos ? std::string_view{} : spec.substr(comma + 1);
+// Applies every item of `config` or, when one is malformed, none.
+void Registry::traceConfigIsLocked(std::string_view config) {
+   std::vector<std::pair<std::string, std::uint16_t>> items;
+   while (!config.empty()) {
+      auto comma = config.find(',');
+      std::string_view item = config.substr(0, comma);
+      config = comma == std::string_view::npos ? std::string_view{} : config.substr(comma + 1);
       if (item.empty()) continue;
       auto slash = item.find('/');
       std::string_view name = item.substr(0, slash);
       if (name.empty()) throw std::invalid_argument(fmt::format("trace item '{}' names no handle", item));
       std::uint16_t mask = slash == std::string_view::npos ? kTraceAllLevels : parseLevels(item.substr(slash + 1), item);
-      masks[std::string(name)] = mask;
+      items.emplace_back(name, mask);
    }
+   for (auto& [name, mask] : items) masks[name] = mask;
    apply();
 }
 
@@ -138,7 +152,7 @@ void traceMaskIs(std::string_view handle, std::uint16_t mask) {
    r.apply();
 }
 
-void traceConfigIs(std::string_view spec) { registry().traceConfigIsLocked(spec); }
+void traceConfigIs(std::string_view config) { registry().traceConfigIsLocked(config); }
 
 void traceSinkIs(std::function<void(const TraceRecord&)> sink) { registry().sink = std::move(sink); }
 

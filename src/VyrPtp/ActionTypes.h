@@ -127,9 +127,13 @@ class VYRPTP_EXPORT PtpActions : public Kiv::Entity {
    bool forwardUCast_ = false;
 };
 
+// Factories, and the makers named after each type.
 VYRPTP_EXPORT Pondo::Ptr<PtpActions> ptpActionsFactory(const Pondo::String& name);
 VYRPTP_EXPORT Pondo::Ptr<PktAction> pktActionFactory(const PktType& pktType);
 VYRPTP_EXPORT Pondo::Ptr<IntfActions> intfActionsFactory(Wyx::IntfId intfId);
+VYRPTP_EXPORT Pondo::Ptr<PtpActions> PtpActionsIs(const Pondo::String& name);
+VYRPTP_EXPORT Pondo::Ptr<PktAction> PktActionIs(const PktType& pktType);
+VYRPTP_EXPORT Pondo::Ptr<IntfActions> IntfActionsIs(Wyx::IntfId intfId);
 
 }  // namespace VyrPtp::ActionTypes
 

@@ -44,7 +44,8 @@ class ActivityManager {
 
    // Runs `work` on the loop after the present handler, in posting order.
    void post(std::function<void()> work);
-   // Runs every event due up to `until` (virtual time ends at `until`).
+   // Runs every event due up to `until`; the loop's time is then `until` (in
+   // real time, it waits for it when no event is left before).
    void runUntil(Seconds until);
    void runFor(Seconds span) { runUntil(currentTime() + span); }
    // Runs what is due now, without moving time.

@@ -21,6 +21,7 @@
 #include <stdexcept>
 #include <string>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 #include "Kiv/Trace.h"
@@ -46,6 +47,7 @@ const P& nonNull(const P& p, const char* argument) {
 }
 
 class CollectionBase;
+class Reactor;
 
 // Makes an entity, the maker behind every factory. A state machine is also
 // started: its inputs are bound in declaration order, `handleInitialized` and
@@ -53,7 +55,7 @@ class CollectionBase;
 template <class T, class... A>
 Pondo::Ptr<T> make(A&&... args) {
    Pondo::Ptr<T> p(new T(std::forward<A>(args)...));
-   if constexpr (requires(T& t) { t.start(); }) p->start();
+   if constexpr (std::is_base_of_v<Reactor, T>) p->start();
    return p;
 }
 
@@ -65,10 +67,13 @@ class Entity : public Pondo::Publisher {
   protected:
    // Stores `value` and publishes the change with the old value, unless equal.
    template <class V>
-   void set(V& slot, V value, FieldId field) {
+   void set(V& slot, std::type_identity_t<V> value, FieldId field) {
       if (slot == value) return;
-      V old = std::move(slot);
-      slot = std::move(value);
+      if (!listened()) {
+         slot = std::move(value);
+         return;
+      }
+      V old = std::exchange(slot, std::move(value));
       publish(Change{this, field, Change::Kind::attribute, nullptr, &old, &slot});
    }
 
@@ -78,7 +83,8 @@ class Entity : public Pondo::Publisher {
 };
 
 // Common part of every collection: owner, field identity, name, and a
-// modification count by which iterators detect use after a modification.
+// modification count (additions and removals) by which iterators detect use
+// after a modification.
 class CollectionBase {
   public:
    CollectionBase(Entity* owner, FieldId field, const char* name) : owner_(owner), field_(field), name_(name) {
@@ -98,7 +104,8 @@ class CollectionBase {
    // Delivers to `to` an `added` change for every member of `now` and a
    // `removed` change for every member of `previous` whose key `now` lacks.
    // Either may be null; `this` is one of the two, and both are the same
-   // collection of two entities of one type.
+   // collection of two entities of one type. Every change names the owner of
+   // `now` as its source (null when `now` is), the entity as it now is.
    virtual void replay(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) const = 0;
 
   protected:
@@ -117,14 +124,13 @@ class CollectionBase {
       if (p) {
          for (auto& e : store(p)) {
             if (n && store(n).count(key(e))) continue;
-            const CollectionBase* src = n ? n : p;
-            to.onChange(Change{src->owner_, src->field_, Change::Kind::removed, &key(e), value(e), nullptr});
+            to.onChange(Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, &key(e), value(e), nullptr});
          }
       }
    }
 
    void publish(Change::Kind kind, const void* key, const void* oldValue, const void* newValue) {
-      ++modifications_;
+      if (kind != Change::Kind::changed) ++modifications_;
       owner_->publish(Change{owner_, field_, kind, key, oldValue, newValue});
    }
    Entity* owner() const { return owner_; }
@@ -153,6 +159,7 @@ class CheckedIterator {
       check();
       return Project{}(*it_);
    }
+   auto operator->() const { return &**this; }
    CheckedIterator& operator++() {
       check();
       ++it_;

@@ -18,8 +18,11 @@
 //   old one and subscribes to the new one;
 // - self: after binding, every member of the new entity's collections is
 //   delivered to the handler as added and every member of the old entity that
-//   the new one lacks as removed; then the optional self handler runs with the
-//   previous entity and whether this is the initial binding.
+//   the new one lacks as removed, all with the new entity as `c.source` (null
+//   when the input was cleared), so `c.source == input.get()` tells the
+//   input's own changes from those inside its members in every case; then the
+//   optional self handler runs with the previous entity and whether this is
+//   the initial binding.
 //
 // Kiv::make<Sm>(...) constructs the machine, binds its inputs in declaration
 // order (the initial pass), calls handleInitialized() once every required
@@ -31,6 +34,10 @@
 // every input unsubscribes, then the object is deleted, which deletes owned
 // collections and outputs before the references to the inputs (declare inputs
 // first).
+//
+// An exception that escapes a handler, a self handler, handleInitialized(),
+// onConstruct() or onDestruct() stops the process with a message naming the
+// machine and the exception.
 #pragma once
 
 #include <vector>
@@ -41,31 +48,33 @@ namespace Kiv {
 
 class Reactor;
 
-class InputBase : public Pondo::Subscriber {
+// An input registers its owner's handler with the watched entity, which calls
+// it directly while the owner's notifications are on.
+class InputBase {
   public:
    InputBase(const InputBase&) = delete;
    InputBase& operator=(const InputBase&) = delete;
 
   protected:
-   InputBase(Reactor* owner, bool required);
+   InputBase(Reactor* owner, bool required, Pondo::Publisher::Handler onChange);
    ~InputBase();
 
    // Subscribes to `now` (after leaving `previous`) and replays its members.
    void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);
    void unsubscribe(const Pondo::Publisher* entity);
-   // Runs `handler` on the owner unless notifications are off.
-   bool active() const;
    [[noreturn]] void handlerThrew() const;
    Reactor* owner() const { return owner_; }
 
   private:
    friend class Reactor;
    virtual const Pondo::Publisher* entity() const = 0;
-   virtual void dispatch(const Change& c) = 0;
    virtual void selfHandler(const Pondo::Publisher* previous, bool initial) = 0;
+   // Runs the handler for a replayed change.
+   void dispatch(const Change& c);
    void start();
 
    Reactor* owner_;
+   Pondo::Publisher::Handler onChange_;
    bool required_;
    bool subscribed_ = false;
 };
@@ -73,22 +82,23 @@ class InputBase : public Pondo::Subscriber {
 template <class T>
 class Input final : public InputBase {
   public:
-   using Handler = void (Reactor::*)(const Change&);
    using SelfHandler = void (Reactor::*)(T* previous, bool initial);
 
    template <class Owner>
    Input(Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
          void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, true),
+       : InputBase(owner, true, static_cast<Pondo::Publisher::Handler>(onChange)),
          entity_(std::move(entity)),
-         onChange_(static_cast<Handler>(onChange)),
          onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
    // An input that may stay absent without holding back handleInitialized().
    struct Optional {};
    template <class Owner>
-   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&))
-       : InputBase(owner, false), entity_(std::move(entity)), onChange_(static_cast<Handler>(onChange)) {}
+   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
+         void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
+       : InputBase(owner, false, static_cast<Pondo::Publisher::Handler>(onChange)),
+         entity_(std::move(entity)),
+         onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
    ~Input() { unsubscribe(entity_.get()); }
 
@@ -109,16 +119,6 @@ class Input final : public InputBase {
 
   private:
    const Pondo::Publisher* entity() const override { return entity_.get(); }
-   void onChange(const Change& c) override {
-      if (active()) dispatch(c);
-   }
-   void dispatch(const Change& c) override {
-      try {
-         (owner()->*onChange_)(c);
-      } catch (...) {
-         handlerThrew();
-      }
-   }
    void selfHandler(const Pondo::Publisher* previous, bool initial) override {
       if (!onSelf_) return;
       try {
@@ -129,11 +129,13 @@ class Input final : public InputBase {
    }
 
    Pondo::Ptr<T> entity_;
-   Handler onChange_;
    SelfHandler onSelf_ = nullptr;
 };
 
-class Reactor : public Entity {
+// The receiver comes first, so that a handler is called on the machine's own
+// address (sanitizers check it); a machine names Reactor, or another machine
+// type, as its first base.
+class Reactor : public Pondo::Receiver, public Entity {
   public:
    bool hasNotificationActive() const { return notificationActive_; }
    void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
@@ -154,18 +156,55 @@ class Reactor : public Entity {
 
   private:
    friend class InputBase;
-   void lastReferenceGone() override;
+   void destroy() override;
    void detach();
    void checkInitialized();
 
    std::vector<InputBase*> inputs_;
-   Reactor* parent_;
+   Reactor* parent_;  // cleared when the parent goes first
    Reactor* firstChild_ = nullptr;
    Reactor* prevSibling_ = nullptr;
    Reactor* nextSibling_ = nullptr;
    bool notificationActive_ = false;
    bool initialized_ = false;
    bool started_ = false;
+};
+
+// A nested machine: watches one entity, its notifier (usually a member of a
+// collection that its owner watches), on behalf of the machine that owns it,
+// and hands every change of the notifier to onAttribute(). The owner keeps its
+// nested machines in a collection keyed like the one they shadow.
+//
+//   class NestedSm_IntfStatus : public Kiv::NestedSm<AggregatorSm, const IntfInfo> {
+//     public:
+//      using NestedSm::NestedSm;
+//     private:
+//      void onAttribute(const Kiv::Change& c) override {
+//         if (c.field == IntfInfo::F::generation) ownerSm()->handleIntfStatus(notifier()->key());
+//      }
+//   };
+template <class Owner, class T>
+class NestedSm : public Reactor {
+  public:
+   NestedSm(Pondo::Ptr<T> notifier, Owner* owner)
+       : Reactor(owner), ownerSm_(owner), notifier_(this, std::move(notifier), &NestedSm::onNotifier) {}
+
+   // The owning machine (not counted).
+   Owner* ownerSm() const { return ownerSm_; }
+   T* notifier() const { return notifier_.get(); }
+   // Attaches the machine to another entity, like replacing any input.
+   void notifierIs(Pondo::Ptr<T> n) { notifier_ = std::move(n); }
+
+  protected:
+   // One change of the notifier: `c.field` names the attribute, `c.newValue`
+   // points at its value.
+   virtual void onAttribute(const Change& c) = 0;
+
+  private:
+   void onNotifier(const Change& c) { onAttribute(c); }
+
+   Owner* ownerSm_;
+   Input<T> notifier_;
 };
 
 }  // namespace Kiv

@@ -110,9 +110,9 @@ class TraceStream {
 
 // Sets the mask of the named handle (also of handles created later).
 void traceMaskIs(std::string_view handle, std::uint16_t mask);
-// Applies a specification such as "AggregatorSmNi/0-9,VyrPtp/6,*/0".
+// Applies a configuration such as "AggregatorSmNi/0-9,VyrPtp/6,*/0".
 // Throws std::invalid_argument naming the malformed part.
-void traceConfigIs(std::string_view spec);
+void traceConfigIs(std::string_view config);
 // Replaces the destination of trace records; an empty function restores stderr.
 void traceSinkIs(std::function<void(const TraceRecord&)> sink);
 // Writes records to a file instead of stderr. Throws std::runtime_error if it cannot be opened.

@@ -45,25 +45,46 @@ struct Change {
    }
 };
 
-class Subscriber {
+// Anything changes are delivered to: a Subscriber, or an object whose member
+// function handles them (the input handlers of a state machine).
+class Receiver {
+  protected:
+   virtual ~Receiver() = default;
+};
+
+class Subscriber : public Receiver {
   public:
    virtual void onChange(const Change& change) = 0;
 
   protected:
-   ~Subscriber() = default;
+   ~Subscriber() override = default;
 };
+
+// Stops the process for the exception in flight, which escaped a handler of
+// `r`, naming both.
+[[noreturn]] void handlerThrew(const Receiver& r);
 
 // A counted object that delivers changes to its subscribers and then to the
 // subscribers of the entity that owns it (recursive publication).
 //
 // Delivery is re-entrant: a subscriber removed during delivery leaves a hole
 // that is compacted when the outermost delivery returns; one added during
-// delivery hears from the next change on; a publisher released by one of its
-// own subscribers stays alive until its delivery returns.
+// delivery hears from the next change on; a publisher whose last use goes
+// while its changes are being delivered (to its subscribers or its owners')
+// stays alive, with the change's source and values, until that delivery
+// returns. An exception escaping a handler stops the process.
 class Publisher : public Object {
   public:
-   void subscriberAdd(Subscriber* s) const { subs_.push_back(s); }
-   void subscriberRemove(Subscriber* s) const;
+   using Handler = void (Receiver::*)(const Change&);
+
+   void subscriberAdd(Subscriber* s) const { handlerAdd(s, onChange(), nullptr); }
+   void subscriberRemove(Subscriber* s) const { handlerRemove(s, onChange()); }
+   // Delivers changes to `target`'s member `handler` while `*active` (always
+   // when null), with one call per change: what state machine inputs use.
+   void handlerAdd(Receiver* target, Handler handler, const bool* active) const {
+      subs_.push_back({target, handler, active ? active : &kOn});
+   }
+   void handlerRemove(Receiver* target, Handler handler) const;
    std::size_t subscribers() const;
 
    // The entity whose collection holds this one, or null.
@@ -74,20 +95,56 @@ class Publisher : public Object {
       ownerField_ = field;
    }
 
+   // Whether a change would reach anyone: a subscriber or an owner.
+   bool listened() const { return !subs_.empty() || owner_; }
    void publish(const Change& c) const {
-      if (subs_.empty()) {
-         if (owner_) owner_->publish(c);
-         return;
-      }
-      deliver(c);
+      if (listened()) deliver(c);
    }
 
-  private:
-   void deliver(const Change& c) const;
+  protected:
+   // Ends the object once its last use is gone and no delivery of its changes
+   // is running.
+   virtual void destroy() { delete this; }
 
-   mutable std::vector<Subscriber*> subs_;
+  private:
+   struct Entry {
+      Receiver* target;
+      Handler handler;
+      const bool* active;  // &kOff: removed during delivery
+   };
+   static constexpr bool kOn = true;
+   static constexpr bool kOff = false;
+   static Handler onChange() { return static_cast<Handler>(&Subscriber::onChange); }
+
+   void lastReferenceGone() final {
+      if (delivering_) {
+         released_ = true;
+      } else {
+         destroy();
+      }
+   }
+   void deliver(const Change& c) const {
+      ++delivering_;
+      const std::size_t n = subs_.size();
+      std::size_t i = 0;
+      try {
+         for (; i < n; ++i) {
+            const Entry& e = subs_[i];  // read before the call, which may add entries
+            if (*e.active) (e.target->*e.handler)(c);
+         }
+      } catch (...) {
+         handlerThrew(*subs_[i].target);
+      }
+      if (owner_) owner_->publish(c);
+      if (--delivering_ == 0 && (holes_ | released_)) settle();
+   }
+   // After the outermost delivery: compacts the holes, ends a released publisher.
+   void settle() const;
+
+   mutable std::vector<Entry> subs_;
    mutable std::uint32_t delivering_ = 0;
    mutable bool holes_ = false;
+   bool released_ = false;
    const Publisher* owner_ = nullptr;
    FieldId ownerField_ = 0;
 };
