@@ -137,16 +137,15 @@ AggregatorSmNi::AggregatorSmNi(Pondo::Ptr<Ptp::HwStatus> hwStatus, Pondo::Ptr<co
       ptpActions_(Kiv::nonNull(ptpActions, "ptpActions")) {}
 
 // Only additions and removals of entries matter; changes inside an entry
-// (among them the readiness that the interface machines write) do not. When an
-// input is cleared, the removals replayed come from the entity it held.
+// (among them the readiness that the interface machines write) do not.
 void AggregatorSmNi::on_hwStatus(const Kiv::Change& c) {
-   if ((c.source == hwStatus_.get() || !hwStatus_) && c.field == Ptp::HwStatus::F::intfStatus) {
+   if (c.source == hwStatus_.get() && c.field == Ptp::HwStatus::F::intfStatus) {
       createIntfInfoSm(c.keyAs<Wyx::IntfId>());
    }
 }
 
 void AggregatorSmNi::on_intfInfoStatus(const Kiv::Change& c) {
-   if ((c.source == intfInfoStatus_.get() || !intfInfoStatus_) && c.field == PtpIntfInfoStatus::F::intfInfo) {
+   if (c.source == intfInfoStatus_.get() && c.field == PtpIntfInfoStatus::F::intfInfo) {
       createIntfInfoSm(c.keyAs<Wyx::IntfId>());
    }
 }
