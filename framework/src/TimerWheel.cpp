@@ -14,15 +14,14 @@ TimerWheel::TimerWheel(const Pondo::Ptr<Kiv::Clock>& clock, std::uint32_t tickMs
                        bool preserveOrder, std::uint32_t defaultBucketSize)
     : tick_(tickMsecs / 1000.0),
       preserveOrder_(preserveOrder),
-      bucketReserve_(defaultBucketSize),
       buckets_(std::bit_ceil(std::clamp<std::uint32_t>(initialMaxTicks, 1, kMaxBuckets))),
       wakeUp_(clock, [this] { expire(); }) {
    Kiv::kassert(tickMsecs > 0, "timer wheel tick must be at least 1 ms");
+   firing_.reserve(defaultBucketSize);
 }
 
 void TimerWheel::place(Timer* t, std::int64_t tick) {
    auto& bucket = buckets_[std::size_t(tick) & (buckets_.size() - 1)];
-   if (bucket.capacity() == 0) bucket.reserve(bucketReserve_);
    t->bucket_ = std::size_t(tick) & (buckets_.size() - 1);
    t->slot_ = bucket.size();
    bucket.push_back({t, tick});

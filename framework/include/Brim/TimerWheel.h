@@ -18,8 +18,10 @@ class TimerWheel : public Kiv::Entity {
    class Timer;
 
    // The wheel spans `initialMaxTicks` ticks before timers wrap around it (at
-   // most 4096 buckets are kept; farther deadlines take extra turns), and each
-   // bucket reserves room for `defaultBucketSize` timers when first used.
+   // most 4096 buckets are kept; farther deadlines take extra turns). Room for
+   // `defaultBucketSize` timers due at one tick is reserved once; buckets grow
+   // only as far as their timers need, since their storage circulates through
+   // the expiry.
    TimerWheel(const Pondo::Ptr<Kiv::Clock>& clock, std::uint32_t tickMsecs, std::uint32_t initialMaxTicks,
               bool preserveOrder, std::uint32_t defaultBucketSize);
 
@@ -42,7 +44,6 @@ class TimerWheel : public Kiv::Entity {
 
    Kiv::Seconds tick_;
    bool preserveOrder_;
-   std::uint32_t bucketReserve_;
    std::vector<std::vector<Slot>> buckets_;
    std::vector<Slot> firing_;  // the bucket being expired
    std::int64_t done_ = -1;  // last tick processed
