@@ -33,7 +33,12 @@ void EgressTimestampTable::read(const Key& key, const ReadCallback& done) {
    Kiv::kassert(device_, "egress timestamp table read before doInit");
    if (pending_.empty()) {
       // One completion pass per batch of requests; it holds the table alive.
-      Kiv::activityManager().post([self = Pondo::Ptr<EgressTimestampTable>(this)] { self->complete(); });
+      // A bare pointer keeps the posted work small enough not to allocate.
+      reference();
+      Kiv::activityManager().post([this] {
+         complete();
+         dereference();
+      });
    }
    pending_.push_back({key, &done});
 }
