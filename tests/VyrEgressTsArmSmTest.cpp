@@ -335,9 +335,10 @@ TEST_F(Collector, LateEmptyDrainCompletionAfterDisablingPolls) {
 }
 
 TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
-   create();
-   enable(et1);
    ::setenv("SIMULATION_VMID", "1", 1);
+   create();
+   EXPECT_TRUE(sm->simulation());
+   enable(et1);
    chip->timeOffsetNsIs(std::int64_t(0x1234) - std::int64_t(chip->timeNs() & kLow32));
    chip->send(slot1, 8);
    const std::uint64_t fpgaReads = ham->valueReads();

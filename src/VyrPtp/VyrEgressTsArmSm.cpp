@@ -30,6 +30,7 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
       timerWheel_(Kiv::nonNull(timerWheel, "timerWheel")),
+      simulation_(std::getenv("SIMULATION_VMID") != nullptr),
       kivTimerWheel_(timerWheel_, [this] { handleTimer(); }),
       drainCallback_([this](const Key& k, const Entry& e) { callbackDrainFifo(k, e); }),
       timestampCallback_([this](const Key& k, const Entry& e) { callbackTimestamp(k, e); }) {}
@@ -166,8 +167,13 @@ void VyrEgressTsArmLogicalFapSm::handleTimer() {
 
 void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
    trace(9, "logicalFapId: {}", logicalFapId_);
+   // Both collections are in interface order: each polled interface's info is
+   // found by walking the infos alongside, without a look-up per interface.
+   const auto& intfInfo = tsLogicalFapInfo_->intfInfo();
+   auto info = intfInfo.begin();
    for (IntfId intfId : pollInterface_) {
-      const Key key = swTableKey(intfId);
+      while (info != intfInfo.end() && (*info).first < intfId) ++info;
+      const Key key = info != intfInfo.end() && (*info).first == intfId ? (*info).second.swTableIndex : Key{};
       trace(7, "intfId: {}, swIndex: {}", intfId, key);
       swIndexToIntfIs(key, intfId);
       if (egressTsTable_) egressTsTable_->read(key, timestampCallback_);
@@ -184,7 +190,7 @@ void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& 
    const IntfId intfId = swIndexToIntf(key);
    assertKeyMatches(key, intfId);
    U64 egressTime;
-   if (std::getenv("SIMULATION_VMID")) {
+   if (simulation_) {
       trace(3, "Simulation mode, skip timestamp fetcher checks");
       egressTime = entry.timestamp;
    } else if (!timestampFetcher_->timestampReady()) {

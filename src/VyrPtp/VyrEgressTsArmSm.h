@@ -79,6 +79,8 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Statebase::EntityManager* statebaseEm() const { return statebaseEm_.get(); }
    Ptp::HwTimestampStatus* timestampGlint() const { return timestampGlint_.get(); }
    Brim::TimerWheel* timerWheel() const { return timerWheel_.get(); }
+   // Timestamps are published as read from the chip, without a fetcher.
+   bool simulation() const { return simulation_; }
    double pollingPeriod() const { return pollingPeriod_; }
    Asic::EgressTimestampTable* egressTsTable() const { return egressTsTable_.get(); }
    // When the next poll is due (loop time).
@@ -139,6 +141,9 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Pondo::Ptr<Statebase::EntityManager> statebaseEm_;
    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint_;
    Pondo::Ptr<Brim::TimerWheel> timerWheel_;
+   // "SIMULATION_VMID" in the environment marks the whole set-up as a
+   // simulation: read once, not for every timestamp.
+   const bool simulation_;
    double pollingPeriod_ = defaultPollingPeriod;
    Pondo::Ptr<Asic::EgressTimestampTable> egressTsTable_;
    Kiv::Set<Wyx::IntfId> pollInterface_{this, F::pollInterface, "pollInterface"};
