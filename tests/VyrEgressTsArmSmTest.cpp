@@ -140,7 +140,9 @@ TEST_F(Collector, EnablingDrainsThreeStaleEntriesThenPollsWithoutPublishingThem)
    EXPECT_FALSE(sm->pollInterface().contains(et1));
    loop.runReady();
    EXPECT_EQ(reads() - before, 4u);
-   for (int i = 0; i < 3; ++i) EXPECT_TRUE(traces.has(6, fmt::format("valid timestamp entry: true, drainIteration: {}", i)));
+   for (int i = 0; i < 3; ++i) {
+      EXPECT_TRUE(traces.has(6, fmt::format("valid timestamp entry: true, drainIteration: {}", i)));
+   }
    EXPECT_TRUE(traces.has(6, "valid timestamp entry: false, drainIteration: 3"));
    EXPECT_TRUE(traces.has(6, "logicalFapId: 1, swTableKey: (index: 3, portType: network)"));
    EXPECT_TRUE(sm->drainInterface().empty());

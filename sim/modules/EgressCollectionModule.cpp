@@ -190,7 +190,9 @@ class EgressCollectionModule final : public Module {
       db.entityPtrIs("statebase/entityManager", em);
       tsInfo_ = VyrPtp::platformEgressTsInfoFactory();
       db.entityPtrIs("platform/egressTsInfo", tsInfo_);
-      for (IntfId i : externalPhy) location_->enabledPhysicalIntfConfigIs(i)->locationIs(Ptp::Location::Location::externalPhy);
+      for (IntfId i : externalPhy) {
+         location_->enabledPhysicalIntfConfigIs(i)->locationIs(Ptp::Location::Location::externalPhy);
+      }
 
       for (ChipState& c : chips_) {
          c.watch = Kiv::make<Watch<Asic::SimulatedChip>>(c.device, [this, &c](const Kiv::Change& ch) {
@@ -395,9 +397,9 @@ class EgressCollectionModule final : public Module {
       const std::string delay = delays.empty() ? "-"
                                                : fmt::format("{:.2f} / {:.2f} / {:.2f}", delays.front(),
                                                              delays[delays.size() / 2], delays.back());
-      return fmt::format(kRow, f.intf.shortName(), f.rate, f.messages.size(), n[Fate::published], n[Fate::polled], n[Fate::overwritten],
-                         n[Fate::drained] + n[Fate::inChip], delay, n[Fate::noTime], n[Fate::badSource],
-                         n[Fate::wrong]);
+      return fmt::format(kRow, f.intf.shortName(), f.rate, f.messages.size(), n[Fate::published], n[Fate::polled],
+                         n[Fate::overwritten], n[Fate::drained] + n[Fate::inChip], delay, n[Fate::noTime],
+                         n[Fate::badSource], n[Fate::wrong]);
    }
 
    bool on_ = false;
