@@ -36,6 +36,11 @@ ptpIntfConfig:
   Ethernet1/1: {enabled: true}
   Ethernet1/2: {enabled: true}
   Port-Channel10: {enabled: true}
+egressCollection:
+  timeSource: {0: fpga, 1: asicTimeFile}
+  counterNeedsInit: true
+  start: 0.5                 # PTP event traffic from then on, per second:
+  traffic: {Ethernet1/1: 128, Ethernet1/2: 16, Ethernet3/1: 16, Ethernet3/2: 16}
 portDS:
   - {intf: Ethernet1/1, state: slave, clockId: 001c73.fffe.000001}
   - {intf: Ethernet1/2, state: master, clockId: 001c73.fffe.000001}
@@ -67,6 +72,8 @@ timeline:
     portDS: {intf: Ethernet1/1, remove: true}
   - at: 3.6
     bumpGeneration:
+  - at: 4.0
+    timestampLocation: {Ethernet3/1: externalPhy}
   - at: 4.1
     hpxFault: {fault: text, text: 12ab, for: 0.3}
   - at: 4.6

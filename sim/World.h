@@ -22,6 +22,9 @@ struct Chip {
    int line = 0;  // where the scenario declares it
 };
 
+// Where the platform module enters each chip's Asic::ChipInfo in sysdb.
+inline std::string chipInfoName(Pondo::LogicalFapId logicalFap) { return fmt::format("asic/chipInfo/{}", logicalFap); }
+
 struct World {
    const Scenario& scenario;
    // Shared platform entities by name ("ptp/hwConfig", "chips", ...). A module

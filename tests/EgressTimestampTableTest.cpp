@@ -78,6 +78,27 @@ TEST_F(EgressTimestampTableTest, CancelledReadsAreNotDelivered) {
    EXPECT_EQ(reads.size(), 1u);
 }
 
+TEST_F(EgressTimestampTableTest, ChipPublishesWhatItLatchesAndWhatIsReadOut) {
+   table->doInit(chip->unit(), em, chip->gif());
+   struct Counts final : Pondo::Subscriber {
+      std::vector<std::pair<Kiv::FieldId, std::uint64_t>> seen;
+      void onChange(const Pondo::Change& c) override { seen.emplace_back(c.field, c.newAs<std::uint64_t>()); }
+   } counts;
+   device->subscriberAdd(&counts);
+   device->send(slot, 1);
+   device->send(slot, 2);
+   table->read(slot, record);
+   table->read(slot, record);
+   table->read(slot, record);  // empty: nothing read out
+   Kiv::activityManager().runReady();
+   device->subscriberRemove(&counts);
+   using F = SimulatedChip::F;
+   EXPECT_EQ(counts.seen, (std::vector<std::pair<Kiv::FieldId, std::uint64_t>>{
+                              {F::sent, 1}, {F::sent, 2}, {F::read, 1}, {F::read, 2}}));
+   EXPECT_EQ(*device->sent().find(slot), 2u);
+   EXPECT_EQ(*device->read().find(slot), 2u);
+}
+
 TEST(EgressTimestampTableDeathTest, ReadBeforeInitStops) {
    auto table = Kiv::make<EgressTimestampTable>();
    EgressTimestampTable::ReadCallback none = [](const EgressTsSwTableKey&, const EgressTimestampEntry&) {};

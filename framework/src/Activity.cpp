@@ -42,16 +42,26 @@ Seconds ActivityManager::currentTimeUtc() const { return virtual_ ? virtualNow_ 
 
 void ActivityManager::post(std::function<void()> work) { work_.push_back(std::move(work)); }
 
-std::set<ActivityManager::Entry>::iterator ActivityManager::schedule(Seconds when, ClockTimer* t) {
-   return timers_.emplace(when, sequence_++, t).first;
+void ActivityManager::schedule(Seconds when, ClockTimer* t) {
+   if (t->node_.empty()) {
+      t->entry_ = timers_.emplace(when, sequence_++, t).first;
+      return;
+   }
+   t->node_.value() = Entry(when, sequence_++, t);
+   t->entry_ = timers_.insert(std::move(t->node_)).position;
 }
+
+void ActivityManager::cancel(ClockTimer* t) { t->node_ = timers_.extract(t->entry_); }
 
 void ActivityManager::runUntil(Seconds until) {
    stopped_ = false;
    while (!stopped_) {
-      if (!work_.empty()) {
-         auto work = std::move(work_.front());
-         work_.pop_front();
+      if (workDone_ < work_.size()) {
+         auto work = std::move(work_[workDone_++]);
+         if (workDone_ == work_.size()) {
+            work_.clear();
+            workDone_ = 0;
+         }
          ++eventsRun_;
          work();
          continue;
@@ -67,7 +77,7 @@ void ActivityManager::runUntil(Seconds until) {
          sleepUntil(when);
          continue;  // time has moved; look again
       }
-      timers_.erase(timers_.begin());
+      cancel(timer);
       timer->scheduled_ = false;
       timer->timeMin_ = kNever;
       ++eventsRun_;
@@ -84,12 +94,12 @@ ClockTimer::~ClockTimer() { timeMinIs(kNever); }
 void ClockTimer::timeMinIs(Seconds t) {
    ActivityManager& loop = activityManager();
    if (scheduled_) {
-      loop.cancel(entry_);
+      loop.cancel(this);
       scheduled_ = false;
    }
    timeMin_ = t;
    if (t != kNever) {
-      entry_ = loop.schedule(t, this);
+      loop.schedule(t, this);
       scheduled_ = true;
    }
 }

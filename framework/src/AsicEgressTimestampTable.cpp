@@ -31,10 +31,7 @@ void EgressTimestampTable::publishMountInfo() {
 
 void EgressTimestampTable::read(const Key& key, const ReadCallback& done) {
    Kiv::kassert(device_, "egress timestamp table read before doInit");
-   if (pending_.empty()) {
-      // One completion pass per batch of requests; it holds the table alive.
-      Kiv::activityManager().post([self = Pondo::Ptr<EgressTimestampTable>(this)] { self->complete(); });
-   }
+   if (pending_.empty()) completion_.timeMinIs(Kiv::currentTime());  // one completion pass per batch
    pending_.push_back({key, &done});
 }
 
@@ -46,6 +43,7 @@ void EgressTimestampTable::readsCancel() {
 
 // Reads every requested slot in request order and delivers the results.
 void EgressTimestampTable::complete() {
+   const Pondo::Ptr<EgressTimestampTable> self(this);  // a callback may release the table's last owner
    completing_.swap(pending_);
    for (std::size_t i = 0; i < completing_.size(); ++i) {  // a callback may cancel the rest
       const Request r = completing_[i];

@@ -7,6 +7,13 @@
 
 namespace Asic {
 
+namespace {
+void countUp(Kiv::Map<EgressTsSwTableKey, std::uint64_t>& counts, const EgressTsSwTableKey& key) {
+   const std::uint64_t* n = counts.find(key);
+   counts.is(key, (n ? *n : 0) + 1);
+}
+}  // namespace
+
 std::uint64_t SimulatedChip::timeNs() const {
    if (!Kiv::activityManager().virtualTime()) {
       auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
@@ -28,6 +35,7 @@ std::uint64_t SimulatedChip::send(const EgressTsSwTableKey& key, std::uint16_t s
       ++slot.overwritten;
    }
    slot.fifo.push_back({sequenceId, t & 0xFFFFFFFFu, true});
+   countUp(sent_, key);
    return t;
 }
 
@@ -46,6 +54,7 @@ EgressTimestampEntry SimulatedChip::egressTimestampRead(const EgressTsSwTableKey
    if (it == slots_.end() || it->second.fifo.empty()) return {};
    EgressTimestampEntry e = it->second.fifo.front();
    it->second.fifo.pop_front();
+   countUp(read_, key);
    return e;
 }
 

@@ -1,6 +1,7 @@
 #include "Hpx/SimHam.h"
 
 #include <cmath>
+#include <iterator>
 
 namespace Hpx {
 
@@ -34,7 +35,8 @@ void SimHam::valueRead(const Pondo::String& valueName) {
    if (auto it = text_.find(valueName); it != text_.end()) {
       result_ = it->second;
    } else if (valueName == "ptp_timestamp") {
-      result_ = std::to_string(counter());
+      result_.clear();  // keeps its storage: a read allocates nothing
+      fmt::format_to(std::back_inserter(result_), "{}", counter());
    } else {
       static const Pondo::String zero = "0";
       result_ = zero;

@@ -9,7 +9,9 @@
 // AsicTimestampFetcherWrapper opens and watches the file, and a
 // TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
 // egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
-// which are checked against the latch time. The FPGA is meant to carry the
+// which are checked against the latch time. Like the kernel's live file, a
+// chip's time file never reads older than the chip's last latch: it is also
+// rewritten whenever the chip (platform module) latches a PTP event message. The FPGA is meant to carry the
 // chips' time, so its faults show up as wrongly widened timestamps; when a
 // timed FPGA fault ends, time synchronisation puts its counter right again.
 #include <unistd.h>
@@ -19,6 +21,7 @@
 #include <fstream>
 #include <map>
 
+#include "Asic/SimulatedChip.h"
 #include "Hpx/SimHam.h"
 #include "Module.h"
 #include "Platform/File.h"
@@ -93,6 +96,20 @@ class ReadyWatch final : public Kiv::Reactor {
    std::function<void(int)> onFd_;
 };
 
+// Calls back whenever a chip latches an egress timestamp.
+class LatchWatch final : public Kiv::Reactor {
+  public:
+   LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch)
+       : chip_(this, std::move(chip), &LatchWatch::on_chip), onLatch_(std::move(onLatch)) {}
+
+  private:
+   void on_chip(const Kiv::Change& c) {
+      if (c.field == Asic::SimulatedChip::F::sent) onLatch_();
+   }
+   Kiv::Input<const Asic::SimulatedChip> chip_;
+   std::function<void()> onLatch_;
+};
+
 // What one way of widening made of the chip's egress timestamps.
 struct Tally {
    unsigned correct = 0, wrong = 0, noTime = 0, notReady = 0;
@@ -108,6 +125,7 @@ struct ChipTime {
    Pondo::Ptr<VyrPtp::AsicTimestampFetcherWrapper> wrapper;
    Pondo::Ptr<VyrPtp::TimestampFetcher> hpxFetcher;
    Pondo::Ptr<ReadyWatch> watch;
+   Pondo::Ptr<LatchWatch> latchWatch;
    // The simulated kernel's side.
    bool counterRunning = false;
    std::string fault;  // ASIC time fault in force, or empty
@@ -194,6 +212,12 @@ class AsicTimeModule final : public Module {
          t.hpxFetcher = VyrPtp::timestampFetcherFactory(syncStatus, syncConfig);
          t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
          t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
+         auto* info = dynamic_cast<Asic::ChipInfo*>(w.sysdb->entityPtr(chipInfoName(fap)));
+         if (auto* device = info ? dynamic_cast<Asic::SimulatedChip*>(info->device()) : nullptr) {
+            t.latchWatch = Kiv::make<LatchWatch>(device, [this, chip] {
+               if (chip->fault != "missing") writeTimeFile(*chip);
+            });
+         }
          fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
       }
       kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });

@@ -1,6 +1,10 @@
-// The chassis inventory (section `chips`) and free-text timeline notes.
+// The chassis inventory (section `chips`) and free-text timeline notes. Each
+// chip is a simulated forwarding chip (unit = its logical FAP), entered in
+// sysdb under chipInfoName(); `fifoDepth` sets how many entries each of its
+// egress timestamp slots keeps (default 8).
 #include <set>
 
+#include "Asic/SimulatedChip.h"
 #include "Module.h"
 
 namespace Sim {
@@ -20,7 +24,7 @@ class PlatformModule final : public Module {
       std::set<Pondo::LogicalFapId> faps;
       std::set<Wyx::IntfId> seen;
       for (const YAML::Node& c : chips) {
-         s.onlyKeys(c, {"logicalFap", "interfaces"});
+         s.onlyKeys(c, {"logicalFap", "interfaces", "fifoDepth"});
          Chip chip;
          chip.line = c.Mark().line + 1;
          int fap = s.get<int>(c, "logicalFap");
@@ -35,13 +39,22 @@ class PlatformModule final : public Module {
             if (!seen.insert(*id).second) s.fail(i, fmt::format("interface {} is on two chips", id->name()));
             chip.interfaces.push_back(*id);
          }
+         const int depth = s.get<int>(c, "fifoDepth", 8);
+         if (depth < 1 || depth > 1024) s.fail(c["fifoDepth"], "'fifoDepth' must be 1..1024");
          chips_.push_back(std::move(chip));
+         fifoDepths_.push_back(std::size_t(depth));
       }
    }
 
    void build(World& w) override {
       w.chips = chips_;
-      for (const Chip& c : w.chips) w.log("chip logicalFap {} with {} interfaces", c.logicalFap, c.interfaces.size());
+      for (std::size_t i = 0; i < w.chips.size(); ++i) {
+         const Chip& c = w.chips[i];
+         w.sysdb->entityPtrIs(chipInfoName(c.logicalFap),
+                              Kiv::make<Asic::ChipInfo>(c.logicalFap, fmt::format("chip{}", c.logicalFap),
+                                                        Kiv::make<Asic::SimulatedChip>(fifoDepths_[i])));
+         w.log("chip logicalFap {} with {} interfaces", c.logicalFap, c.interfaces.size());
+      }
    }
 
    void apply(const Event& e, World& w) override { w.log("note: {}", e.body.Scalar()); }
@@ -54,6 +67,7 @@ class PlatformModule final : public Module {
 
   private:
    std::vector<Chip> chips_;
+   std::vector<std::size_t> fifoDepths_;
 };
 
 VYRPTP_SIM_MODULE(PlatformModule);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Asic/ChipInfo.h"
+#include "Kiv/Activity.h"
 #include "Pondo/Enum.h"
 #include "Statebase/EntityManager.h"
 
@@ -77,6 +78,8 @@ class EgressTimestampTable : public Kiv::Entity {
    Device* device_ = nullptr;
    std::vector<Request> pending_;
    std::vector<Request> completing_;
+   // Runs the completion pass; it goes with the table.
+   Kiv::ClockTimer completion_{Kiv::activityManager().clock(), [this] { complete(); }};
    std::uint64_t readsCompleted_ = 0;
 };
 

@@ -2,6 +2,8 @@
 // activity loop's UTC time, and each egress slot latches the sequence id and
 // low 32 bits of chip time of every PTP event message sent, keeping older
 // entries in a FIFO of fixed depth (the oldest is overwritten when full).
+// Per slot it publishes how many messages it latched and how many entries
+// were read out, as each happens.
 #pragma once
 
 #include <deque>
@@ -13,6 +15,9 @@ namespace Asic {
 
 class SimulatedChip : public Device {
   public:
+   struct F {
+      enum : Kiv::FieldId { sent, read };
+   };
    explicit SimulatedChip(std::size_t fifoDepth = 8) : fifoDepth_(fifoDepth) {}
 
    // The chip's time: nanoseconds since the Unix epoch, plus a settable offset.
@@ -27,6 +32,9 @@ class SimulatedChip : public Device {
    std::size_t queued(const EgressTsSwTableKey& key) const;
    // Entries lost because a full FIFO overwrote them.
    std::uint64_t overwritten(const EgressTsSwTableKey& key) const;
+   // Messages latched, and valid entries read out, per slot.
+   const Kiv::Map<EgressTsSwTableKey, std::uint64_t>& sent() const { return sent_; }
+   const Kiv::Map<EgressTsSwTableKey, std::uint64_t>& read() const { return read_; }
 
    EgressTimestampEntry egressTimestampRead(const EgressTsSwTableKey& key) override;
 
@@ -38,6 +46,8 @@ class SimulatedChip : public Device {
    std::size_t fifoDepth_;
    std::int64_t timeOffsetNs_ = 0;
    std::map<EgressTsSwTableKey, Slot> slots_;
+   Kiv::Map<EgressTsSwTableKey, std::uint64_t> sent_{this, F::sent, "sent"};
+   Kiv::Map<EgressTsSwTableKey, std::uint64_t> read_{this, F::read, "read"};
 };
 
 }  // namespace Asic

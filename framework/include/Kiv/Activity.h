@@ -4,11 +4,11 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <limits>
 #include <set>
 #include <tuple>
+#include <vector>
 
 #include "Kiv/Entity.h"
 
@@ -54,21 +54,24 @@ class ActivityManager {
    void stop() { stopped_ = true; }
 
    std::size_t pendingTimers() const { return timers_.size(); }
-   std::size_t pendingWork() const { return work_.size(); }
+   std::size_t pendingWork() const { return work_.size() - workDone_; }
    std::uint64_t eventsRun() const { return eventsRun_; }
 
   private:
    friend class ClockTimer;
    using Entry = std::tuple<Seconds, std::uint64_t, ClockTimer*>;
-   std::set<Entry>::iterator schedule(Seconds when, ClockTimer* t);
-   void cancel(std::set<Entry>::iterator it) { timers_.erase(it); }
+   void schedule(Seconds when, ClockTimer* t);
+   void cancel(ClockTimer* t);
 
    Pondo::Ptr<Clock> clock_;
    bool virtual_ = false;
    Seconds virtualNow_ = 0;
    Seconds utcOffset_ = 0;
    std::set<Entry> timers_;
-   std::deque<std::function<void()>> work_;
+   // Work not yet run is work_[workDone_, end); the storage is kept once all
+   // has run, so posting allocates nothing in steady operation.
+   std::vector<std::function<void()>> work_;
+   std::size_t workDone_ = 0;
    std::uint64_t sequence_ = 0;
    std::uint64_t eventsRun_ = 0;
    bool stopped_ = false;
@@ -96,6 +99,8 @@ class ClockTimer {
    std::function<void()> onTime_;
    Seconds timeMin_ = kNever;
    std::set<ActivityManager::Entry>::iterator entry_;
+   // The node of the last entry, reused by the next, so re-arming allocates nothing.
+   std::set<ActivityManager::Entry>::node_type node_;
    bool scheduled_ = false;
 };
 

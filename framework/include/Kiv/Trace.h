@@ -123,13 +123,19 @@ std::string traceLine(const TraceRecord& r);
 // Stops the process after writing the message with its file, function and line.
 [[noreturn]] void fatal(std::string_view message, const std::source_location& where);
 
+// The failing side of kassert, kept out of line and away from hot code.
+template <class... A>
+[[noreturn, gnu::noinline, gnu::cold]] void kassertFailed(const TraceFormat& f, const A&... a) {
+   fatal(fmt::vformat(f.text, fmt::make_format_args(a...)), f.where);
+}
+
 // Assertion: when `ok` is false, formats the message ("{}" placeholders) and
-// stops the process.
+// stops the process. A holding assertion costs the test alone.
 template <class C, class... A>
-void kassert(const C& ok, TraceFormat f, const A&... a) {
+[[gnu::always_inline]] inline void kassert(const C& ok, TraceFormat f, const A&... a) {
    if (static_cast<bool>(ok)) [[likely]]
       return;
-   fatal(fmt::vformat(f.text, fmt::make_format_args(a...)), f.where);
+   kassertFailed(f, a...);
 }
 
 }  // namespace Kiv

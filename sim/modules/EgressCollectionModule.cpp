@@ -1,0 +1,425 @@
+// Egress timestamp collection (section `egressCollection`, events `traffic`
+// and `timestampLocation`).
+//
+// Chosen interfaces send PTP event messages at a steady rate; each message is
+// latched by its chip's egress slot (the simulated chips of the platform
+// module, slot = the interface's position on its chip). The library's polling
+// adapter takes the egress decisions ("ptp/egressTimestampIntfStatus") less
+// the interfaces timestamped at their PHY ("ptp/timestampLocationConfig"), and
+// its aggregate runs one collector per chip, taking full time from the chip's
+// time source of the asicTime module: the FPGA counter or the chip's ASIC time
+// file. The report follows every message to its publication in
+// "ptp/hwTimestampStatus", or says why it never got there.
+//
+//   egressCollection:
+//     timeSource: {0: fpga, 1: asicTimeFile}   # per logical FAP (default fpga)
+//     counterNeedsInit: true                    # the product's ASIC time counters need "init"
+//     start: 0.5                                # when traffic starts (s)
+//     traffic: {Ethernet1/1: 128, Ethernet3/1: 16}   # messages per second
+//     externalPhy: [Ethernet2/2]                # interfaces timestamped at their PHY
+//   timeline:
+//     - at: 2.0
+//       traffic: {Ethernet1/1: 0}
+//     - at: 4.0
+//       timestampLocation: {Ethernet3/1: externalPhy}   # or chip
+//
+// The product attributes hold one time source for all chips; the aggregate
+// reads them as each chip appears, so the module sets them chip by chip.
+#include <algorithm>
+#include <charconv>
+#include <deque>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "Asic/SimulatedChip.h"
+#include "Module.h"
+#include "Platform/File.h"
+#include "Platform/ProductAttributes.h"
+#include "VyrPtp/VyrEgressTsArmSm.h"
+
+namespace Sim {
+namespace {
+
+using VyrPtp::U64;
+using Wyx::IntfId;
+
+constexpr U64 kMillisecond = 1'000'000;
+// One row of the report's table per interface.
+constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
+
+// Hands every change of an entity to a function.
+template <class T>
+class Watch final : public Kiv::Reactor {
+  public:
+   Watch(Pondo::Ptr<const T> entity, std::function<void(const Kiv::Change&)> onChange)
+       : entity_(this, std::move(entity), &Watch::on_entity), onChange_(std::move(onChange)) {}
+
+  private:
+   void on_entity(const Kiv::Change& c) { onChange_(c); }
+   Kiv::Input<const T> entity_;
+   std::function<void(const Kiv::Change&)> onChange_;
+};
+
+// What became of one message.
+enum class Fate {
+   inChip,       // still latched in the chip's slot
+   overwritten,  // pushed out of a full slot
+   drained,      // read and dropped when polling started
+   polled,       // read by a poll but not published: the time source was not ready
+   published,    // published with its exact latch time
+   noTime,       // published with time 0: the ASIC time file could not be read
+   badSource,    // widened wrongly while the time source was faulty
+   wrong,        // widened wrongly from a sound time source
+};
+
+struct Message {
+   std::uint16_t sequenceId;
+   U64 latched = 0;      // full chip time of the latch
+   Kiv::Seconds at = 0;  // loop time of the latch
+   Fate fate = Fate::inChip;
+   Kiv::Seconds publishedAt = 0;
+};
+
+struct ChipState;
+
+struct Flow {
+   IntfId intf;
+   ChipState* chip = nullptr;
+   Asic::EgressTsSwTableKey slot;
+   double rate = 0;
+   std::uint16_t nextSequenceId = 0;
+   std::deque<Message> messages;
+   std::deque<Message*> inChip;  // the slot's FIFO, oldest first
+   Message* awaiting = nullptr;  // read by a poll, publication due
+   std::unique_ptr<Kiv::ClockTimer> timer;
+};
+
+struct ChipState {
+   const Chip* chip;
+   Pondo::Ptr<Asic::ChipInfo> info;
+   Asic::SimulatedChip* device;
+   bool asicTimeFile = false;
+   std::map<Asic::EgressTsSwTableKey, Flow*> bySlot;
+   Pondo::Ptr<Watch<Asic::SimulatedChip>> watch;
+};
+
+class EgressCollectionModule final : public Module {
+  public:
+   std::string name() const override { return "egress-collection"; }
+   int order() const override { return 60; }
+   std::vector<std::string> sections() const override { return {"egressCollection"}; }
+   std::vector<std::string> events() const override { return {"traffic", "timestampLocation"}; }
+
+   ~EgressCollectionModule() override {
+      if (on_) Platform::productAttributesIs(nullptr);
+   }
+
+   void load(const Scenario& s) override {
+      YAML::Node sec = s.section("egressCollection");
+      for (const Event& e : s.timeline()) {
+         if ((e.kind == "traffic" || e.kind == "timestampLocation") && !sec) {
+            throw ScenarioError(
+                fmt::format("{}:{}: '{}' needs an 'egressCollection' section", s.origin(), e.line, e.kind));
+         }
+      }
+      if (!sec) return;
+      if (!sec.IsMap()) s.fail(sec, "'egressCollection' is a map of settings");
+      if (!s.section("asicTime")) {
+         s.fail(sec, "'egressCollection' needs the 'asicTime' section, which provides the chips' time sources");
+      }
+      s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic", "externalPhy"});
+      on_ = true;
+      counterNeedsInit_ = s.get<bool>(sec, "counterNeedsInit", false);
+      start_ = s.get<double>(sec, "start", 0.0);
+      if (start_ < 0) s.fail(sec["start"], "'start' must not be negative");
+   }
+
+   // Interface names are checked here, against the chips the platform module built.
+   void build(World& w) override {
+      if (!on_) return;
+      world_ = &w;
+      scenario_ = &w.scenario;
+      const YAML::Node sec = w.scenario.section("egressCollection");
+      Kiv::Dir& db = *w.sysdb;
+      for (const Chip& c : w.chips) {
+         auto* info = dynamic_cast<Asic::ChipInfo*>(db.entityPtr(chipInfoName(c.logicalFap)));
+         auto* device = info ? dynamic_cast<Asic::SimulatedChip*>(info->device()) : nullptr;
+         if (!device) throw ScenarioError(fmt::format("chip {} has no simulated chip in sysdb", c.logicalFap));
+         chips_.push_back(ChipState{&c, info, device});
+      }
+      for (ChipState& c : chips_) {
+         for (std::size_t i = 0; i < c.chip->interfaces.size(); ++i) {
+            Flow& f = flows_[c.chip->interfaces[i]];
+            f.intf = c.chip->interfaces[i];
+            f.chip = &c;
+            f.slot = {std::uint32_t(i), Asic::PortType::network};
+            c.bySlot[f.slot] = &f;
+         }
+      }
+      if (YAML::Node sources = sec["timeSource"]) {
+         if (!sources.IsMap()) w.scenario.fail(sources, "'timeSource' maps logical FAPs to fpga or asicTimeFile");
+         for (const auto& kv : sources) {
+            ChipState& c = chipOf(kv.first);
+            const auto source = w.scenario.as<std::string>(kv.second, "timeSource");
+            if (source != "fpga" && source != "asicTimeFile") {
+               w.scenario.fail(kv.second, fmt::format("'{}' is not a time source (fpga or asicTimeFile)", source));
+            }
+            c.asicTimeFile = source == "asicTimeFile";
+         }
+      }
+      if (YAML::Node traffic = sec["traffic"]) {
+         for (auto [intf, rate] : rates(traffic)) flows_.at(intf).rate = rate;
+      }
+      std::vector<IntfId> externalPhy;
+      if (YAML::Node phy = sec["externalPhy"]) {
+         if (!phy.IsSequence()) w.scenario.fail(phy, "'externalPhy' is a list of interfaces");
+         for (const YAML::Node& i : phy) externalPhy.push_back(chipIntf(i));
+      }
+      for (const Event& e : w.scenario.timeline()) {
+         if (e.kind == "traffic") rates(e.body);
+         if (e.kind == "timestampLocation") locations(e.body);
+      }
+
+      decisions_ = db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus");
+      location_ = db.entityIs<VyrPtp::PtpTimestampLocationConfig>("ptp/timestampLocationConfig");
+      chipPolling_ = db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/chipEgressTimestampIntfStatus");
+      glint_ = Kiv::make<Ptp::HwTimestampStatus>();
+      db.entityPtrIs("ptp/hwTimestampStatus", glint_);
+      auto em = Kiv::make<Statebase::EntityManager>();
+      db.entityPtrIs("statebase/entityManager", em);
+      tsInfo_ = VyrPtp::platformEgressTsInfoFactory();
+      db.entityPtrIs("platform/egressTsInfo", tsInfo_);
+      for (IntfId i : externalPhy) {
+         location_->enabledPhysicalIntfConfigIs(i)->locationIs(Ptp::Location::Location::externalPhy);
+      }
+
+      for (ChipState& c : chips_) {
+         c.watch = Kiv::make<Watch<Asic::SimulatedChip>>(c.device, [this, &c](const Kiv::Change& ch) {
+            if (ch.field == Asic::SimulatedChip::F::read) readOut(c, ch.keyAs<Asic::EgressTsSwTableKey>());
+         });
+      }
+      glintWatch_ = Kiv::make<Watch<Ptp::HwTimestampStatus>>(glint_, [this](const Kiv::Change& c) {
+         if (c.newValue) published(c.newAs<Ptp::IngressEgressTimes>());
+      });
+      adapter_ = VyrPtp::vyrEgressTsPollingAdapterSmFactory(location_, decisions_, chipPolling_);
+      aggregate_ = VyrPtp::vyrEgressTsArmAggregateSmFactory(
+          chipPolling_, tsInfo_, db.entityIs<PtpTimeSync::Config>("ptpTimeSync/config"),
+          db.entityIs<PtpTimeSync::Status>("ptpTimeSync/status"), em, glint_);
+      // The collectors' changes reach the aggregate's subscribers.
+      pollingWatch_ = Kiv::make<Watch<VyrPtp::VyrEgressTsArmAggregateSm>>(aggregate_, [this](const Kiv::Change& c) {
+         auto* sm = dynamic_cast<const VyrPtp::VyrEgressTsArmLogicalFapSm*>(c.source);
+         if (!sm || c.field != VyrPtp::VyrEgressTsArmLogicalFapSm::F::pollInterface) return;
+         world_->log("egress collection: chip {} {} {}", sm->logicalFapId(), c.added() ? "polls" : "no longer polls",
+                     c.keyAs<IntfId>().shortName());
+      });
+      for (ChipState& c : chips_) {
+         Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(
+             Platform::Attributes{c.asicTimeFile, c.asicTimeFile && counterNeedsInit_}));
+         const auto unit = std::uint8_t(c.chip->logicalFap);  // the asicTime module's files are per logical FAP
+         auto fap = tsInfo_->logicalFapInfoIs(c.chip->logicalFap, unit, c.info);
+         for (const auto& [slot, f] : c.bySlot) fap->intfInfoIs({f->intf, 32, slot});
+         w.log("egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
+               c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
+      }
+
+      std::size_t n = 0;
+      for (auto& [intf, f] : flows_) {
+         Flow* flow = &f;
+         f.timer = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this, flow] { send(*flow); });
+         // Interfaces start a little apart, as independent ports would.
+         if (f.rate > 0) f.timer->timeMinIs(Kiv::currentTime() + start_ + 0.000731 * double(n++));
+      }
+   }
+
+   void apply(const Event& e, World& w) override {
+      if (e.kind == "traffic") {
+         for (auto [intf, rate] : rates(e.body)) {
+            w.log("egress collection: {} sends {} PTP event messages per second", intf.shortName(), rate);
+            Flow& f = flows_.at(intf);
+            f.rate = rate;
+            f.timer->timeMinIs(rate > 0 ? Kiv::currentTime() + 1 / rate : Kiv::kNever);
+         }
+      } else {
+         for (auto [intf, phy] : locations(e.body)) {
+            w.log("egress collection: {} timestamped at its {}", intf.shortName(), phy ? "PHY" : "chip");
+            if (phy) {
+               location_->enabledPhysicalIntfConfigIs(intf)->locationIs(Ptp::Location::Location::externalPhy);
+            } else {
+               location_->enabledPhysicalIntfConfigDel(intf);
+            }
+         }
+      }
+   }
+
+   void report(World&, std::string& out) override {
+      if (!on_) return;
+      out += "Egress collection (a poll every 4 ms per chip; per interface: messages sent, published with their\n"
+             "exact latch time, lost and why, latch-to-publish delay, wrong widenings):\n";
+      for (ChipState& c : chips_) {
+         out += fmt::format("  chip {} (FIFO depth {}), full time from {}:\n", c.chip->logicalFap, c.device->fifoDepth(),
+                            c.asicTimeFile ? "its ASIC time file" : "the FPGA counter");
+         out += fmt::format(kRow, "intf", "rate/s", "sent", "published", "lost: not ready", "overwritten", "not polled",
+                            "delay ms min/median/max", "no time", "bad source", "wrong");
+         for (const auto& [slot, f] : c.bySlot) {
+            if (!f->messages.empty() || f->rate > 0) out += flowLine(*f);
+         }
+      }
+      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened while the time\n"
+             "     source was faulty; wrong: widened wrongly from a sound source)\n";
+      std::size_t sent = 0, wrong = 0;
+      for (const auto& [intf, f] : flows_) {
+         sent += f.messages.size();
+         for (const Message& m : f.messages) wrong += m.fate == Fate::wrong;
+      }
+      out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
+   }
+
+  private:
+   // --- Reading the scenario ---------------------------------------------------
+
+   ChipState& chipOf(const YAML::Node& n) {
+      const int fap = scenario_->as<int>(n, "logical FAP");
+      for (ChipState& c : chips_) {
+         if (c.chip->logicalFap == fap) return c;
+      }
+      scenario_->fail(n, fmt::format("no chip with logicalFap {}", fap));
+   }
+   IntfId chipIntf(const YAML::Node& n) const {
+      auto id = IntfId::parse(scenario_->as<std::string>(n, "interface"));
+      if (!id || !flows_.count(*id)) scenario_->fail(n, fmt::format("'{}' is not an interface of a chip", n.Scalar()));
+      return *id;
+   }
+   std::vector<std::pair<IntfId, double>> rates(const YAML::Node& n) const {
+      if (!n.IsMap()) scenario_->fail(n, "traffic maps interfaces to PTP event messages per second");
+      std::vector<std::pair<IntfId, double>> r;
+      for (const auto& kv : n) {
+         const double rate = scenario_->as<double>(kv.second, "rate");
+         if (rate < 0 || rate > 10000) scenario_->fail(kv.second, "a message rate must be 0..10000 per second");
+         r.emplace_back(chipIntf(kv.first), rate);
+      }
+      return r;
+   }
+   // true: timestamped at the PHY.
+   std::vector<std::pair<IntfId, bool>> locations(const YAML::Node& n) const {
+      if (!n.IsMap()) scenario_->fail(n, "'timestampLocation' maps interfaces to externalPhy or chip");
+      std::vector<std::pair<IntfId, bool>> r;
+      for (const auto& kv : n) {
+         const auto where = scenario_->as<std::string>(kv.second, "location");
+         if (where != "externalPhy" && where != "chip") {
+            scenario_->fail(kv.second, fmt::format("'{}' is not a timestamp location (externalPhy or chip)", where));
+         }
+         r.emplace_back(chipIntf(kv.first), where == "externalPhy");
+      }
+      return r;
+   }
+
+   // --- Traffic and what became of it ----------------------------------------------
+
+   void send(Flow& f) {
+      Asic::SimulatedChip& device = *f.chip->device;
+      if (device.queued(f.slot) == device.fifoDepth()) {
+         f.inChip.front()->fate = Fate::overwritten;
+         f.inChip.pop_front();
+      }
+      Message& m = f.messages.emplace_back(Message{f.nextSequenceId++});
+      f.inChip.push_back(&m);
+      m.at = Kiv::currentTime();
+      m.latched = device.send(f.slot, m.sequenceId);
+      f.timer->timeMinIs(m.at + 1 / f.rate);
+   }
+
+   // The chip gave out the oldest entry of a slot, to a drain or to a poll.
+   void readOut(ChipState& c, const Asic::EgressTsSwTableKey& slot) {
+      Flow& f = *c.bySlot.at(slot);
+      Message* m = f.inChip.front();
+      f.inChip.pop_front();
+      const VyrPtp::VyrEgressTsArmLogicalFapSm* collector = aggregate_->logicalFapSm(c.chip->logicalFap);
+      m->fate = collector && collector->drainInterface().contains(f.intf) ? Fate::drained : Fate::polled;
+      f.awaiting = m->fate == Fate::polled ? m : nullptr;
+   }
+
+   void published(const Ptp::IngressEgressTimes& t) {
+      Flow& f = flows_.at(t.intfId);
+      Message* m = std::exchange(f.awaiting, nullptr);
+      if (!m || m->sequenceId != t.sequenceId) {
+         world_->log("egress collection: {} published sequence id {} that no poll read", t.intfId.shortName(),
+                     t.sequenceId);
+         return;
+      }
+      m->publishedAt = Kiv::currentTime();
+      if (t.egressTime == m->latched) {
+         m->fate = Fate::published;
+      } else if (t.egressTime == 0) {
+         m->fate = Fate::noTime;
+      } else {
+         m->fate = sourceSound(*f.chip) ? Fate::wrong : Fate::badSource;
+      }
+      if (world_->verbose || m->fate == Fate::wrong) {
+         world_->log("egress collection: {} seq {} latched {} published {} after {:.3f} ms{}", t.intfId.shortName(),
+                     t.sequenceId, m->latched, t.egressTime, (m->publishedAt - m->at) * 1e3,
+                     m->fate == Fate::wrong ? " WRONG" : "");
+      }
+   }
+
+   // Whether the chip's time source reads true time now (as the collector just read it).
+   bool sourceSound(ChipState& c) const {
+      const U64 now = c.device->timeNs();
+      std::string text;
+      if (c.asicTimeFile) {
+         std::ifstream file(Platform::osPath(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap)));
+         file >> text;
+      } else {
+         const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
+         const PtpTimeSync::HpxConfig* hpx =
+             world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
+         if (!hpx || !hpx->ham()) return false;
+         hpx->ham()->valueRead("ptp_timestamp");
+         text = hpx->ham()->result();
+      }
+      U64 v = 0;
+      auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
+      // The kernel refreshes the file every 10 ms (and at each latch); the FPGA counter is live.
+      const U64 lag = c.asicTimeFile ? 20 * kMillisecond : 1000;
+      return ec == std::errc{} && end == text.data() + text.size() && v <= now && now - v <= lag;
+   }
+
+   // --- Reporting -----------------------------------------------------------------------
+
+   std::string flowLine(const Flow& f) const {
+      std::map<Fate, unsigned> n;
+      std::vector<double> delays;  // ms
+      for (const Message& m : f.messages) {
+         ++n[m.fate];
+         if (m.fate == Fate::published) delays.push_back((m.publishedAt - m.at) * 1e3);
+      }
+      std::sort(delays.begin(), delays.end());
+      const std::string delay = delays.empty() ? "-"
+                                               : fmt::format("{:.2f} / {:.2f} / {:.2f}", delays.front(),
+                                                             delays[delays.size() / 2], delays.back());
+      return fmt::format(kRow, f.intf.shortName(), f.rate, f.messages.size(), n[Fate::published], n[Fate::polled],
+                         n[Fate::overwritten], n[Fate::drained] + n[Fate::inChip], delay, n[Fate::noTime],
+                         n[Fate::badSource], n[Fate::wrong]);
+   }
+
+   bool on_ = false;
+   bool counterNeedsInit_ = false;
+   double start_ = 0;
+   World* world_ = nullptr;
+   const Scenario* scenario_ = nullptr;
+   std::vector<ChipState> chips_;
+   std::map<IntfId, Flow> flows_;
+   Pondo::Ptr<VyrPtp::EgressTimestampIntfStatus> decisions_, chipPolling_;
+   Pondo::Ptr<VyrPtp::PtpTimestampLocationConfig> location_;
+   Pondo::Ptr<Ptp::HwTimestampStatus> glint_;
+   Pondo::Ptr<VyrPtp::PlatformEgressTsInfo> tsInfo_;
+   Pondo::Ptr<Watch<Ptp::HwTimestampStatus>> glintWatch_;
+   Pondo::Ptr<Watch<VyrPtp::VyrEgressTsArmAggregateSm>> pollingWatch_;
+   Pondo::Ptr<VyrPtp::VyrEgressTsPollingAdapterSm> adapter_;
+   Pondo::Ptr<VyrPtp::VyrEgressTsArmAggregateSm> aggregate_;
+};
+
+VYRPTP_SIM_MODULE(EgressCollectionModule);
+
+}  // namespace
+}  // namespace Sim
