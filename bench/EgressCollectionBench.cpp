@@ -15,23 +15,11 @@
 #include <new>
 #include <vector>
 
+#include "AllocationCounter.h"
 #include "Hpx/SimHam.h"
 #include "Platform/ProductAttributes.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
 
-namespace {
-std::atomic<std::uint64_t> allocations{0};
-}  // namespace
-
-// Out of line, like the deletes: the compiler must not pair an inlined
-// malloc() or free() with the other side.
-[[gnu::noinline]] void* operator new(std::size_t n) {
-   allocations.fetch_add(1, std::memory_order_relaxed);
-   if (void* p = std::malloc(n ? n : 1)) return p;
-   throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* p) noexcept { std::free(p); }
-[[gnu::noinline]] void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
