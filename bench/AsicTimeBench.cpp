@@ -2,6 +2,8 @@
 // formatted on every call, measured alone for its share), reading one record
 // of an ASIC time file, and reading the simulated FPGA's PTP counter.
 #include <benchmark/benchmark.h>
+
+#include <cstdio>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -33,9 +35,10 @@ BENCHMARK(BM_SwitchTimestamp);
 void BM_DetailText(benchmark::State& state) {
    U64 e = kReadAt;
    for (auto _ : state) {
-      std::string detail = fmt::sprintf(
-          "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
-          U32(e / 1'000'000'000), U32(e % 1'000'000'000), U32(e), e, 7u);
+      char detail[160];
+      std::snprintf(detail, sizeof detail,
+                    "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
+                    U32(e / 1'000'000'000), U32(e % 1'000'000'000), U32(e), static_cast<unsigned long long>(e), 7u);
       benchmark::DoNotOptimize(detail);
       ++e;
    }

@@ -1,5 +1,8 @@
 #include "VyrPtp/VyrHelperPtp.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -75,9 +78,12 @@ void TimestampFetcherBase::displayWarningIfIncorrect(U64 egressTimestamp, U32 as
    const U32 s = U32(seconds(egressTimestamp));
    const U32 n = U32(nanoseconds(egressTimestamp));
    // Formatted whatever the trace mask says: the verdict below picks its level.
-   const std::string detail = fmt::sprintf(
-       "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u", s, n,
-       asic32BitTimestamp, egressTimestamp, sequenceId);
+   // printf into a buffer on the stack, so the egress path allocates nothing here.
+   char text[160];
+   const int length = std::snprintf(
+       text, sizeof text, "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
+       s, n, asic32BitTimestamp, static_cast<unsigned long long>(egressTimestamp), sequenceId);
+   const std::string_view detail(text, std::size_t(std::clamp(length, 0, int(sizeof text) - 1)));
    constexpr double oneDay = 86400.0;
    const double stamped = double(s);
    if (stamped > Kiv::currentTimeUtc() + oneDay || Kiv::currentTimeUtc() - oneDay > stamped) {
