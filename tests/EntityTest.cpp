@@ -220,6 +220,39 @@ TEST(Collection, RecreatingWithOtherFixedArgumentsNamesTheAttribute) {
    EXPECT_EQ(h->member.size(), 1u);
 }
 
+// A member keyed by the name of the node it is built from.
+class NodeView : public Kiv::Entity {
+  public:
+   explicit NodeView(Ptr<const Node> node) : node_(std::move(node)) {}
+   std::tuple<Ptr<const Node>> fixedArgs() const { return {node_}; }
+
+  private:
+   Ptr<const Node> node_;
+};
+
+class ViewHolder : public Kiv::Entity {
+  public:
+   Kiv::Collection<Pondo::String, NodeView> views{this, 0, "views"};
+};
+
+TEST(Collection, IsFromBuildsAMemberWhoseKeyIsNotAnArgument) {
+   auto h = Kiv::make<ViewHolder>();
+   auto& views = h->views;
+   Recorder r(h.get());
+   auto a = node("a");
+   auto view = views.isFrom(a->name(), a);
+   EXPECT_EQ(views.find("a"), view.get());
+   EXPECT_EQ(views.isFrom(a->name(), a), view);  // same fixed arguments: the member as it is
+   EXPECT_EQ(r.heard.size(), 1u);
+   try {
+      views.isFrom("a", node("other"));
+      ADD_FAILURE() << "no error";
+   } catch (const Kiv::Error& e) {
+      EXPECT_STREQ(e.what(), "'views' exists with other fixed arguments");
+   }
+   EXPECT_EQ(views.size(), 1u);
+}
+
 TEST(Collection, ANullEntityArgumentIsRejectedByName) {
    auto h = Kiv::make<Holder>();
    Recorder r(h.get());

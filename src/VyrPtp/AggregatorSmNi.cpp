@@ -39,10 +39,6 @@ bool isReportChange(const Kiv::Change& c, const Pondo::Publisher* owner, Kiv::Fi
    return c.source == owner ? c.field == reportsField : c.field == PtpProgrammerInfo::F::generation;
 }
 
-[[noreturn]] void existsWithOtherArguments(const char* attribute) {
-   throw Kiv::Error(fmt::format("'{}' exists with other fixed arguments", attribute));
-}
-
 }  // namespace
 
 // --- IntfInfoSm ---
@@ -172,14 +168,7 @@ Pondo::Ptr<IntfInfoSm> AggregatorSmNi::intfInfoSmIs(const Pondo::Ptr<const PtpIn
    Kiv::nonNull(intfInfo, "intfInfo");
    Kiv::nonNull(hwIntfStatus, "hwIntfStatus");
    Kiv::nonNull(ptpActions, "ptpActions");
-   if (IntfInfoSm* sm = intfInfoSm_.find(intfInfo->intfId())) {
-      if (sm->intfInfo() != intfInfo.get() || sm->hwIntfStatus() != hwIntfStatus.get() ||
-          sm->ptpActions() != ptpActions.get()) {
-         existsWithOtherArguments("intfInfoSm");
-      }
-      return sm;
-   }
-   return intfInfoSm_.insert(intfInfo->intfId(), Kiv::make<IntfInfoSm>(intfInfo, hwIntfStatus, ptpActions, this));
+   return intfInfoSm_.isFrom(intfInfo->intfId(), intfInfo, hwIntfStatus, ptpActions, this);
 }
 
 Pondo::Ptr<IntfInfoSm> AggregatorSmNi::intfInfoSmDel(Wyx::IntfId k) {
@@ -198,7 +187,7 @@ Pondo::Ptr<PipelineInfoSm> AggregatorSmNi::pipelineInfoSmIs(const Pondo::Ptr<con
    if (pipelineInfoSm_) {
       if (pipelineInfoSm_->pipelineInfoStatus() != status.get() || pipelineInfoSm_->ptpActions() != ptpActions.get() ||
           pipelineInfoSm_->pipelineAggState() != pipelineAggState.get()) {
-         existsWithOtherArguments("pipelineInfoSm");
+         throw Kiv::Error("'pipelineInfoSm' exists with other fixed arguments");
       }
       return pipelineInfoSm_;
    }

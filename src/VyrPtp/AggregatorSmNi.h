@@ -27,6 +27,8 @@ class VYRPTP_EXPORT IntfInfoSm : public Kiv::Reactor {
    const Programmer::PtpIntfInfo* intfInfo() const { return intfInfo_.get(); }
    Ptp::HwIntfStatus* hwIntfStatus() const { return hwIntfStatus_.get(); }
    const ActionTypes::PtpActions* ptpActions() const { return ptpActions_.get(); }
+   // Compared when the aggregator is asked again for the machine of an interface.
+   auto fixedArgs() const { return std::make_tuple(intfInfo_.ptr(), hwIntfStatus_, ptpActions_.ptr(), parent()); }
 
    // One readiness pass.
    void updateHwIntfStatus();

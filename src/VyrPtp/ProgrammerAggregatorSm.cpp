@@ -93,13 +93,7 @@ void AggregatorSm::updateStaticHwIntfStatus(Wyx::IntfId intfId) {
 
 Pondo::Ptr<NestedSm_IntfStatus> AggregatorSm::intfStatusIs(const Pondo::Ptr<const IntfInfo>& intfInfo) {
    Kiv::nonNull(intfInfo, "intfInfo");
-   if (NestedSm_IntfStatus* sm = intfStatus_.find(intfInfo->intf())) {
-      if (sm->intfInfo() != intfInfo.get()) {
-         throw Kiv::Error("'intfStatus' exists with other fixed arguments");
-      }
-      return sm;
-   }
-   return intfStatus_.insert(intfInfo->intf(), Kiv::make<NestedSm_IntfStatus>(intfInfo, this));
+   return intfStatus_.isFrom(intfInfo->intf(), intfInfo, this);
 }
 
 Pondo::Ptr<NestedSm_IntfStatus> AggregatorSm::intfStatusDel(const ProgrammerIntfId& k) {

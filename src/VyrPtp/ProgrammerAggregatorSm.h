@@ -19,6 +19,8 @@ class VYRPTP_EXPORT NestedSm_IntfStatus : public Kiv::Reactor {
    NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator);
 
    const IntfInfo* intfInfo() const { return intfInfo_.get(); }
+   // Compared when the aggregator is asked again for the machine of a report.
+   auto fixedArgs() const { return std::make_tuple(intfInfo_.ptr(), parent()); }
 
   private:
    void on_intfInfo(const Kiv::Change& c);

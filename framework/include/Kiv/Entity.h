@@ -243,16 +243,16 @@ class Collection final : public CollectionBase {
    // `args`; otherwise Kiv::Error names this collection.
    template <class... A>
    Pondo::Ptr<E> is(const K& k, A&&... args) {
-      auto it = members_.find(k);
-      if (it != members_.end()) {
-         if constexpr (sizeof...(A) > 0) {
-            if (detail::fixedArgsOf(*it->second) != std::forward_as_tuple(args...)) {
-               throw Error(fmt::format("'{}' exists with other fixed arguments", name()));
-            }
-         }
-         return it->second;
-      }
+      if (E* m = existing(k, std::forward_as_tuple(args...))) return m;
       return insert(k, make<E>(k, std::forward<A>(args)...));
+   }
+   // The same for members whose key is not a constructor argument but derives
+   // from the others (a nested machine keyed by the interface of the record it
+   // watches): the member is built from `args` alone.
+   template <class... A>
+   Pondo::Ptr<E> isFrom(const K& k, A&&... args) {
+      if (E* m = existing(k, std::forward_as_tuple(args...))) return m;
+      return insert(k, make<E>(std::forward<A>(args)...));
    }
    // Inserts an entity made elsewhere (its key must be `k`).
    Pondo::Ptr<E> insert(const K& k, Pondo::Ptr<E> m) {
@@ -285,6 +285,19 @@ class Collection final : public CollectionBase {
    }
 
   private:
+   // The member of key `k`, or null; throws when its fixed arguments differ from `args`.
+   template <class Args>
+   E* existing(const K& k, const Args& args) const {
+      auto it = members_.find(k);
+      if (it == members_.end()) return nullptr;
+      if constexpr (std::tuple_size_v<Args> > 0) {
+         if (detail::fixedArgsOf(*it->second) != args) {
+            throw Error(fmt::format("'{}' exists with other fixed arguments", name()));
+         }
+      }
+      return it->second.get();
+   }
+
    Map members_;
 };
 
