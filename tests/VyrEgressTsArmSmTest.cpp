@@ -296,6 +296,19 @@ TEST_F(Collector, ConstructionWalksInterfacesAlreadyNeedingPolling) {
    EXPECT_EQ(published(et1)->egressTime, sent);
 }
 
+// The decisions are the second input and the chip's interfaces the third:
+// construction walks them in that order.
+TEST_F(Collector, ConstructionWalksTheDecisionsBeforeTheInterfaceInfos) {
+   status->physicalIntfNeedsPollingIs(et1);
+   sm = VyrPtp::vyrEgressTsArmLogicalFapSmFactory(1, status, fap, fetcher, em, glint, wheel);
+   std::vector<std::string> walked;
+   for (const auto& r : traces.records) {
+      if (r.level == 5) walked.push_back(r.message);
+   }
+   EXPECT_EQ(walked, (std::vector<std::string>{"Enabling polling for Ethernet1/1", "Enabling polling for Ethernet1/1",
+                                               "Disabling polling for Ethernet1/2"}));
+}
+
 TEST_F(Collector, EnablingAPolledInterfaceAgainDrainsItAgain) {
    create();
    enable(et1);
@@ -339,6 +352,7 @@ TEST_F(Collector, LateEmptyDrainCompletionAfterDisablingPolls) {
 TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    ::setenv("SIMULATION_VMID", "1", 1);
    create();
+   ::unsetenv("SIMULATION_VMID");  // read once, when the collector was made
    EXPECT_TRUE(sm->simulation());
    enable(et1);
    chip->timeOffsetNsIs(std::int64_t(0x1234) - std::int64_t(chip->timeNs() & kLow32));
@@ -350,6 +364,18 @@ TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    EXPECT_EQ(published(et1)->sequenceId, 8);
    EXPECT_TRUE(traces.has(3, "Simulation mode, skip timestamp fetcher checks"));
    EXPECT_EQ(ham->valueReads(), fpgaReads);
+}
+
+TEST_F(Collector, SimulationModeCanBeChosenWithoutTheEnvironment) {
+   create();
+   EXPECT_FALSE(sm->simulation());
+   sm->simulationIs(true);
+   enable(et1);
+   chip->timeOffsetNsIs(std::int64_t(0x5678) - std::int64_t(chip->timeNs() & kLow32));
+   chip->send(slot1, 9);
+   loop.runFor(0.004);
+   ASSERT_NE(published(et1), nullptr);
+   EXPECT_EQ(published(et1)->egressTime, 0x5678u);
 }
 
 TEST_F(Collector, ATimestampIsLostWhileTheFetcherIsNotReady) {
@@ -501,6 +527,20 @@ TEST_F(PollingAdapter, ConstructionReflectsPopulatedInputs) {
    EXPECT_FALSE(polled(et2));
    EXPECT_TRUE(polled(et9));
    EXPECT_THROW(VyrPtp::vyrEgressTsPollingAdapterSmFactory(location, input, nullptr), Kiv::Error);
+}
+
+// The location entries are the first input and the decisions the second:
+// construction walks them in that order.
+TEST_F(PollingAdapter, ConstructionWalksTheLocationEntriesBeforeTheDecisions) {
+   input->physicalIntfNeedsPollingIs(et1);
+   location->enabledPhysicalIntfConfigIs(et2)->locationIs(Ptp::Location::Location::externalPhy);
+   create();
+   std::vector<std::string> walked;
+   for (const auto& r : traces.records) {
+      if (r.level == 5) walked.push_back(r.message);
+   }
+   EXPECT_EQ(walked, (std::vector<std::string>{"intfId: Ethernet1/2, asicNeedsPolling: false",
+                                               "intfId: Ethernet1/1, asicNeedsPolling: true"}));
 }
 
 TEST(PtpTimestampLocationConfig, EntriesAreCreatedOnceAndStartAtTheChip) {

@@ -1,7 +1,5 @@
 #include "VyrPtp/VyrEgressTsArmSm.h"
 
-#include <cstdlib>
-
 #include "Platform/ProductAttributes.h"
 
 namespace VyrPtp {
@@ -30,7 +28,7 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
       timerWheel_(Kiv::nonNull(timerWheel, "timerWheel")),
-      simulation_(std::getenv("SIMULATION_VMID") != nullptr),
+      simulation_(simulationVmidSet()),
       kivTimerWheel_(timerWheel_, [this] { handleTimer(); }),
       drainCallback_([this](const Key& k, const Entry& e) { callbackDrainFifo(k, e); }),
       timestampCallback_([this](const Key& k, const Entry& e) { callbackTimestamp(k, e); }) {}
@@ -58,8 +56,9 @@ void VyrEgressTsArmLogicalFapSm::onConstruct() {
    table->publishMountInfo();
    set(egressTsTable_, std::move(table), F::egressTsTable);
    kivTimerWheel_.timeMinIs(Kiv::currentTime());
-   handleIntfInfo();
+   // The inputs in their declaration order: the decisions, then the chip's interfaces.
    handlePhysicalIntfNeedsPolling();
+   handleIntfInfo();
 }
 
 // Completions must not reach a machine that is gone.
@@ -233,9 +232,10 @@ void VyrEgressTsPollingAdapterSm::on_inputEgressTsIntfStatus(const Kiv::Change& 
    }
 }
 
+// The inputs in their declaration order: the location entries, then the decisions.
 void VyrEgressTsPollingAdapterSm::handleInitialized() {
-   handlePhysicalIntfNeedsPolling();
    handleLocation();
+   handlePhysicalIntfNeedsPolling();
 }
 
 void VyrEgressTsPollingAdapterSm::handlePhysicalIntfNeedsPolling(IntfId intfId) {

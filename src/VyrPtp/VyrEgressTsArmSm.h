@@ -79,8 +79,10 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Statebase::EntityManager* statebaseEm() const { return statebaseEm_.get(); }
    Ptp::HwTimestampStatus* timestampGlint() const { return timestampGlint_.get(); }
    Brim::TimerWheel* timerWheel() const { return timerWheel_.get(); }
-   // Timestamps are published as read from the chip, without a fetcher.
+   // Timestamps are published as read from the chip, without a fetcher (see
+   // simulationVmidSet()).
    bool simulation() const { return simulation_; }
+   void simulationIs(bool s) { simulation_ = s; }
    double pollingPeriod() const { return pollingPeriod_; }
    Asic::EgressTimestampTable* egressTsTable() const { return egressTsTable_.get(); }
    // When the next poll is due (loop time).
@@ -141,9 +143,7 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Pondo::Ptr<Statebase::EntityManager> statebaseEm_;
    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint_;
    Pondo::Ptr<Brim::TimerWheel> timerWheel_;
-   // "SIMULATION_VMID" in the environment marks the whole set-up as a
-   // simulation: read once, not for every timestamp.
-   const bool simulation_;
+   bool simulation_;
    double pollingPeriod_ = defaultPollingPeriod;
    Pondo::Ptr<Asic::EgressTimestampTable> egressTsTable_;
    Kiv::Set<Wyx::IntfId> pollInterface_{this, F::pollInterface, "pollInterface"};
