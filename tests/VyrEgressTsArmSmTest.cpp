@@ -448,6 +448,36 @@ TEST_F(CollectorDeathTest, ACompletionForAnotherInterfacesSlotStops) {
                 "swIndex == tsLogicalFapInfo\\(\\)->intfInfo\\( intfId \\).swTableIndex\\(\\)");
 }
 
+// A poll read whose interface moved to another slot before it completed no
+// longer matches the interface's info.
+TEST_F(CollectorDeathTest, APollReadCompletingAfterItsInterfaceMovedStops) {
+   create();
+   enable(et1);
+   EXPECT_DEATH(
+       {
+          chip->send(slot1, 1);
+          sm->sendEgressTimestampReadReq();
+          fap->intfInfoIs({et1, 32, {9, PortType::network}});
+          loop.runReady();
+       },
+       "swIndex == tsLogicalFapInfo\\(\\)->intfInfo\\( intfId \\).swTableIndex\\(\\)");
+}
+
+// Two polled interfaces given one slot: every read of it is taken for the
+// interface whose poll wrote the slot map last.
+TEST_F(Collector, ReadsOfASharedSlotGoToTheInterfaceMappedLast) {
+   fap->intfInfoIs({et2, 32, slot1});
+   create();
+   enable(et1);
+   enable(et2);
+   const U64 sent = chip->send(slot1, 5);
+   loop.runFor(0.004);
+   EXPECT_EQ(sm->swIndexToIntf(slot1), et2);
+   ASSERT_NE(published(et2), nullptr);
+   EXPECT_EQ(published(et2)->egressTime, sent);
+   EXPECT_EQ(published(et1), nullptr);
+}
+
 TEST_F(CollectorDeathTest, ALogicalFapWithoutChipInterfaceStops) {
    auto bare = Kiv::make<VyrPtp::PlatformEgressTsLogicalFapInfo>(2, 0, nullptr);
    EXPECT_DEATH(VyrPtp::vyrEgressTsArmLogicalFapSmFactory(2, status, bare, fetcher, em, glint, wheel),
