@@ -60,11 +60,11 @@ class PlatformModule final : public Module {
          std::vector<VyrPtp::ChassisAbstraction::PortMap> places;
          for (const YAML::Node& i : intfs) {
             VyrPtp::ChassisAbstraction::PortMap place{chip.logicalFap, std::uint16_t(chip.interfaces.size()), 0};
-            YAML::Node name = i;
+            if (i.IsMap() && i.size() != 1) s.fail(i, "an interface with its place is one 'name: [port, core]'");
+            // Not assigned later: assigning a YAML::Node rewrites the node it shares.
+            const YAML::Node name = i.IsMap() ? i.begin()->first : i;
             if (i.IsMap()) {
-               if (i.size() != 1) s.fail(i, "an interface with its place is one 'name: [port, core]'");
-               name = i.begin()->first;
-               YAML::Node at = i.begin()->second;
+               const YAML::Node at = i.begin()->second;
                if (!at.IsSequence() || at.size() != 2) s.fail(at, "an interface's place is [port, core]");
                place.fapPortId = portNumber(s, at[0], "port");
                place.localCoreId = portNumber(s, at[1], "core");
@@ -104,8 +104,14 @@ class PlatformModule final : public Module {
 
    void report(World& w, std::string& out) override {
       std::size_t intfs = 0;
-      for (const Chip& c : w.chips) intfs += c.interfaces.size();
-      out += fmt::format("Chassis: {} chips, {} interfaces.\n", w.chips.size(), intfs);
+      std::set<std::string> chips, slices;
+      for (const Chip& c : w.chips) {
+         intfs += c.interfaces.size();
+         chips.insert(c.name);
+         slices.insert(c.slice);
+      }
+      out += fmt::format("Chassis: {} logical FAPs of {} chips on {} slices, {} interfaces.\n", w.chips.size(),
+                         chips.size(), slices.size(), intfs);
    }
 
   private:
