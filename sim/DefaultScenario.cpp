@@ -11,16 +11,20 @@ description: >
 duration: 5
 chips:
   - logicalFap: 0
+    slice: Linecard1
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
   - logicalFap: 1
-    interfaces: [Ethernet3/1, Ethernet3/2, Ethernet4/1, Ethernet4/2]
+    slice: Linecard3
+    interfaces: [Ethernet3/1, Ethernet3/2, {Ethernet4/1: [4, 1]}, {Ethernet4/2: [5, 1]}]
 asicTime:
   initCounter: true          # the chips' time counters start on "init"
   waitForCounterInit: true
   hpx: hpx1                  # the FPGA whose PTP counter time sync uses
   egressPeriod: 0.25
+# Scripted programmers: they stand for components of the agent outside this
+# library, which report what they programmed per interface and pipeline.
 programmers:
-  - name: INGRESS_FWD
+  - name: PKT_TRAP
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
     pipeline: true
     delay: 0.2
