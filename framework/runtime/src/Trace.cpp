@@ -96,28 +96,6 @@ void Registry::traceConfigIsLocked(std::string_view config) {
    apply();
 }
 
-// "void VyrPtp::IntfInfoSm::updateHwIntfStatus()" -> class "IntfInfoSm", function "updateHwIntfStatus".
-void splitFunction(std::string_view pretty, std::string_view& cls, std::string_view& fn) {
-   auto paren = pretty.find('(');
-   std::string_view head = pretty.substr(0, paren);
-   if (auto space = head.rfind(' '); space != std::string_view::npos) head = head.substr(space + 1);
-   auto sep = head.rfind("::");
-   if (sep == std::string_view::npos) {
-      cls = {};
-      fn = head;
-      return;
-   }
-   fn = head.substr(sep + 2);
-   std::string_view scope = head.substr(0, sep);
-   auto prev = scope.rfind("::");
-   cls = prev == std::string_view::npos ? scope : scope.substr(prev + 2);
-}
-
-std::string_view baseName(std::string_view path) {
-   auto slash = path.rfind('/');
-   return slash == std::string_view::npos ? path : path.substr(slash + 1);
-}
-
 }  // namespace
 
 Tracer::Tracer(std::string name) : name_(std::move(name)) {
@@ -129,8 +107,8 @@ Tracer::Tracer(std::string name) : name_(std::move(name)) {
 Tracer::~Tracer() { std::erase(registry().handles, this); }
 
 void Tracer::emit(TraceLevel level, const std::source_location& where, std::string_view message) const {
-   TraceRecord rec{name_, level, baseName(where.file_name()), {}, where.line(), {}, message};
-   splitFunction(where.function_name(), rec.className, rec.function);
+   Pondo::SourcePlace place = Pondo::sourcePlace(where);
+   TraceRecord rec{name_, level, place.file, place.function, where.line(), place.className, message};
    Registry& r = registry();
    if (r.sink) {
       r.sink(rec);
@@ -157,15 +135,5 @@ void traceConfigIs(std::string_view config) { registry().traceConfigIsLocked(con
 void traceSinkIs(std::function<void(const TraceRecord&)> sink) { registry().sink = std::move(sink); }
 
 void traceFileIs(const std::string& path) { registry().openFile(path); }
-
-void fatal(std::string_view message, const std::source_location& where) {
-   std::string_view cls, fn;
-   splitFunction(where.function_name(), cls, fn);
-   std::fprintf(stderr, "Assertion failed: %.*s (%s:%u, %.*s%s%.*s)\n", int(message.size()), message.data(),
-                std::string(baseName(where.file_name())).c_str(), unsigned(where.line()), int(cls.size()), cls.data(),
-                cls.empty() ? "" : "::", int(fn.size()), fn.data());
-   std::fflush(stderr);
-   std::abort();
-}
 
 }  // namespace Kiv

@@ -18,6 +18,8 @@
 #include <string>
 #include <string_view>
 
+#include "Pondo/Fatal.h"
+
 namespace Kiv {
 
 using TraceLevel = unsigned;
@@ -120,8 +122,7 @@ void traceFileIs(const std::string& path);
 // The usual one-line rendering of a record.
 std::string traceLine(const TraceRecord& r);
 
-// Stops the process after writing the message with its file, function and line.
-[[noreturn]] void fatal(std::string_view message, const std::source_location& where);
+using Pondo::fatal;
 
 // The failing side of kassert, kept out of line and away from hot code.
 template <class... A>
