@@ -1,6 +1,7 @@
 // Tracing and assertions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -150,6 +151,31 @@ TEST_F(Trace, AMalformedConfigurationIsRefusedWholeAndNamesTheBadItem) {
       }
    }
    EXPECT_EQ(trace.mask(), 0b10);  // untouched by the refused configurations
+}
+
+TEST_F(Trace, HandlesOfTheLoadedCodeAreListedSortedOnce) {
+   Kiv::Tracer again{"TraceTest"};  // a second handle of the same name
+   const std::vector<std::string> names = Kiv::traceHandles();
+   EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+   EXPECT_EQ(std::count(names.begin(), names.end(), "TraceTest"), 1);
+}
+
+TEST_F(Trace, ACheckedConfigurationNamesAnUnknownHandleOrTheMalformedItemAndAppliesNothing) {
+   Kiv::traceConfigIs("TraceTest/1");
+   EXPECT_NO_THROW(Kiv::traceConfigCheck("TraceTest/0-9,*/0"));
+   const std::pair<const char*, const char*> cases[] = {
+       {"TraceTest/2,NoSuchHandle/1", "unknown trace handle 'NoSuchHandle'"},
+       {"TraceTest/x", "bad trace level in 'TraceTest/x'"},
+   };
+   for (const auto& [config, message] : cases) {
+      try {
+         Kiv::traceConfigCheck(config);
+         ADD_FAILURE() << "accepted " << config;
+      } catch (const std::invalid_argument& e) {
+         EXPECT_STREQ(e.what(), message);
+      }
+   }
+   EXPECT_EQ(trace.mask(), 0b10);
 }
 
 TEST_F(Trace, RecordsGoToAFile) {

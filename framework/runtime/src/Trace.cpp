@@ -1,5 +1,6 @@
 #include "Kiv/Trace.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -78,9 +79,11 @@ std::uint16_t parseLevels(std::string_view levels, std::string_view item) {
    return mask;
 }
 
-// Applies every item of `config` or, when one is malformed, none.
-void Registry::traceConfigIsLocked(std::string_view config) {
-   std::vector<std::pair<std::string, std::uint16_t>> items;
+using TraceItems = std::vector<std::pair<std::string, std::uint16_t>>;
+
+// The (handle, mask) items of `config`; throws naming the first malformed one.
+TraceItems parseConfig(std::string_view config) {
+   TraceItems items;
    while (!config.empty()) {
       auto comma = config.find(',');
       std::string_view item = config.substr(0, comma);
@@ -92,7 +95,12 @@ void Registry::traceConfigIsLocked(std::string_view config) {
       std::uint16_t mask = slash == std::string_view::npos ? kTraceAllLevels : parseLevels(item.substr(slash + 1), item);
       items.emplace_back(name, mask);
    }
-   for (auto& [name, mask] : items) masks[name] = mask;
+   return items;
+}
+
+// Applies every item of `config` or, when one is malformed, none.
+void Registry::traceConfigIsLocked(std::string_view config) {
+   for (auto& [name, mask] : parseConfig(config)) masks[name] = mask;
    apply();
 }
 
@@ -131,6 +139,23 @@ void traceMaskIs(std::string_view handle, std::uint16_t mask) {
 }
 
 void traceConfigIs(std::string_view config) { registry().traceConfigIsLocked(config); }
+
+void traceConfigCheck(std::string_view config) {
+   const std::vector<std::string> known = traceHandles();
+   for (const auto& [name, mask] : parseConfig(config)) {
+      if (name != "*" && !std::binary_search(known.begin(), known.end(), name)) {
+         throw std::invalid_argument(fmt::format("unknown trace handle '{}'", name));
+      }
+   }
+}
+
+std::vector<std::string> traceHandles() {
+   std::vector<std::string> names;
+   for (const Tracer* t : registry().handles) names.push_back(t->name());
+   std::sort(names.begin(), names.end());
+   names.erase(std::unique(names.begin(), names.end()), names.end());
+   return names;
+}
 
 void traceSinkIs(std::function<void(const TraceRecord&)> sink) { registry().sink = std::move(sink); }
 

@@ -17,6 +17,7 @@
 #include <source_location>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Pondo/Fatal.h"
 
@@ -115,6 +116,11 @@ void traceMaskIs(std::string_view handle, std::uint16_t mask);
 // Applies a configuration such as "AggregatorSmNi/0-9,VyrPtp/6,*/0".
 // Throws std::invalid_argument naming the malformed part.
 void traceConfigIs(std::string_view config);
+// Checks a configuration without applying it: throws std::invalid_argument
+// naming the malformed part or a handle that no loaded code has.
+void traceConfigCheck(std::string_view config);
+// The names of the trace handles of the loaded code, sorted.
+std::vector<std::string> traceHandles();
 // Replaces the destination of trace records; an empty function restores stderr.
 void traceSinkIs(std::function<void(const TraceRecord&)> sink);
 // Writes records to a file instead of stderr. Throws std::runtime_error if it cannot be opened.
