@@ -2,6 +2,9 @@
 include(GNUInstallDirs)
 
 set(VYRPTP_SOVERSION ${PROJECT_VERSION_MAJOR})
+# Headers keep their paths ("Kiv/Entity.h", "VyrPtp/AggregatorSmNi.h") below a
+# directory of the project's own, away from other packages' headers.
+set(VYRPTP_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/vyrptp)
 # Installed programs and libraries find the project's libraries next to them,
 # wherever the tree is installed.
 set(CMAKE_INSTALL_RPATH $ORIGIN $ORIGIN/../${CMAKE_INSTALL_LIBDIR})
@@ -13,6 +16,6 @@ function(vyrptp_install target headers)
   set_target_properties(${target} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${VYRPTP_SOVERSION})
   install(TARGETS ${target} EXPORT VyrPtpTargets
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
-  install(DIRECTORY ${headers}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${ARGN} COMPONENT development
+  install(DIRECTORY ${headers}/ DESTINATION ${VYRPTP_INCLUDEDIR}/${ARGN} COMPONENT development
           FILES_MATCHING PATTERN "*.h")
 endfunction()

@@ -12,6 +12,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/VyrPtpConfig.cmake ${CMAKE_CURRENT_BIN
         DESTINATION ${config_dir} COMPONENT development)
 # Relative to its own place, so that the installed tree can move.
 file(RELATIVE_PATH pc_to_prefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" pc_to_prefix ${pc_to_prefix})
 configure_file(cmake/vyrptp.pc.in vyrptp.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/vyrptp.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
         COMPONENT development)

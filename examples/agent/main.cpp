@@ -57,14 +57,14 @@ int main() {
 
    // Readiness: the protocol side's actions, the programmer's reports, and the
    // hardware status entries the aggregator fills.
-   auto actions = VyrPtp::ptpActionsFactory("ptpActions");
-   auto intfInfoStatus = VyrPtp::ptpIntfInfoStatusFactory();
+   auto actions = VyrPtp::ActionTypes::ptpActionsFactory("ptpActions");
+   auto intfInfoStatus = VyrPtp::Programmer::ptpIntfInfoStatusFactory();
    auto hwStatus = Kiv::make<Ptp::HwStatus>("hwStatus");
    for (IntfId i : kIntfs) {
       intfInfoStatus->intfInfoIs(i)->programmerInfoIs(kProgrammer);
       hwStatus->intfStatusIs(i, Ptp::LinuxTsOptions());
    }
-   auto readiness = VyrPtp::aggregatorSmNiFactory(hwStatus, intfInfoStatus, VyrPtp::ptpPipelineInfoStatusFactory(),
+   auto readiness = VyrPtp::aggregatorSmNiFactory(hwStatus, intfInfoStatus, VyrPtp::Programmer::ptpPipelineInfoStatusFactory(),
                                                   actions);
 
    // Egress timestamps: both interfaces need polling; none is timestamped at a PHY.
