@@ -1,7 +1,8 @@
 # cmake -P CheckLayers.cmake <source dir>: fails naming each include that
 # reaches upwards. Pondo uses Pondo alone; the runtime uses no platform
 # interface; nothing but the simulator, tests, benchmarks and fuzz targets uses
-# a simulated backend.
+# a simulated backend, and simulated backends (Sim*, Simulated*) sit in
+# framework/simulated/.
 set(root ${CMAKE_ARGV3})
 set(runtime ${root}/framework/runtime/include)
 set(platform ${root}/framework/platform/include)
@@ -43,3 +44,10 @@ check_sources("${pondo}" "^Pondo/" ${runtime} ${platform} ${simulated})
 check("framework/runtime/*" ${platform} ${simulated})
 check("framework/platform/*" ${simulated})
 check("src/VyrPtp/*" ${simulated})
+
+# Simulated backends live in framework/simulated/ alone.
+file(GLOB_RECURSE misplaced ${root}/framework/runtime/*/Sim* ${root}/framework/platform/*/Sim*)
+foreach(file ${misplaced})
+  file(RELATIVE_PATH where ${root} ${file})
+  message(SEND_ERROR "${where}: a simulated backend belongs in framework/simulated/")
+endforeach()
