@@ -8,7 +8,9 @@
 #include <string>
 #include <typeinfo>
 
-#include "Kiv/Trace.h"
+#include <fmt/format.h>
+
+#include "Pondo/Fatal.h"
 
 namespace Pondo {
 
@@ -30,7 +32,7 @@ void handlerThrew(const Receiver& r) {
       what = typeName(typeid(e)) + ": " + e.what();
    } catch (...) {
    }
-   Kiv::fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
+   fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
               std::source_location::current());
 }
 

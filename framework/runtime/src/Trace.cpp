@@ -1,5 +1,6 @@
 #include "Kiv/Trace.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -78,9 +79,11 @@ std::uint16_t parseLevels(std::string_view levels, std::string_view item) {
    return mask;
 }
 
-// Applies every item of `config` or, when one is malformed, none.
-void Registry::traceConfigIsLocked(std::string_view config) {
-   std::vector<std::pair<std::string, std::uint16_t>> items;
+using TraceItems = std::vector<std::pair<std::string, std::uint16_t>>;
+
+// The (handle, mask) items of `config`; throws naming the first malformed one.
+TraceItems parseConfig(std::string_view config) {
+   TraceItems items;
    while (!config.empty()) {
       auto comma = config.find(',');
       std::string_view item = config.substr(0, comma);
@@ -92,30 +95,13 @@ void Registry::traceConfigIsLocked(std::string_view config) {
       std::uint16_t mask = slash == std::string_view::npos ? kTraceAllLevels : parseLevels(item.substr(slash + 1), item);
       items.emplace_back(name, mask);
    }
-   for (auto& [name, mask] : items) masks[name] = mask;
+   return items;
+}
+
+// Applies every item of `config` or, when one is malformed, none.
+void Registry::traceConfigIsLocked(std::string_view config) {
+   for (auto& [name, mask] : parseConfig(config)) masks[name] = mask;
    apply();
-}
-
-// "void VyrPtp::IntfInfoSm::updateHwIntfStatus()" -> class "IntfInfoSm", function "updateHwIntfStatus".
-void splitFunction(std::string_view pretty, std::string_view& cls, std::string_view& fn) {
-   auto paren = pretty.find('(');
-   std::string_view head = pretty.substr(0, paren);
-   if (auto space = head.rfind(' '); space != std::string_view::npos) head = head.substr(space + 1);
-   auto sep = head.rfind("::");
-   if (sep == std::string_view::npos) {
-      cls = {};
-      fn = head;
-      return;
-   }
-   fn = head.substr(sep + 2);
-   std::string_view scope = head.substr(0, sep);
-   auto prev = scope.rfind("::");
-   cls = prev == std::string_view::npos ? scope : scope.substr(prev + 2);
-}
-
-std::string_view baseName(std::string_view path) {
-   auto slash = path.rfind('/');
-   return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
 }  // namespace
@@ -129,8 +115,8 @@ Tracer::Tracer(std::string name) : name_(std::move(name)) {
 Tracer::~Tracer() { std::erase(registry().handles, this); }
 
 void Tracer::emit(TraceLevel level, const std::source_location& where, std::string_view message) const {
-   TraceRecord rec{name_, level, baseName(where.file_name()), {}, where.line(), {}, message};
-   splitFunction(where.function_name(), rec.className, rec.function);
+   Pondo::SourcePlace place = Pondo::sourcePlace(where);
+   TraceRecord rec{name_, level, place.file, place.function, where.line(), place.className, message};
    Registry& r = registry();
    if (r.sink) {
       r.sink(rec);
@@ -154,18 +140,25 @@ void traceMaskIs(std::string_view handle, std::uint16_t mask) {
 
 void traceConfigIs(std::string_view config) { registry().traceConfigIsLocked(config); }
 
+void traceConfigCheck(std::string_view config) {
+   const std::vector<std::string> known = traceHandles();
+   for (const auto& [name, mask] : parseConfig(config)) {
+      if (name != "*" && !std::binary_search(known.begin(), known.end(), name)) {
+         throw std::invalid_argument(fmt::format("unknown trace handle '{}'", name));
+      }
+   }
+}
+
+std::vector<std::string> traceHandles() {
+   std::vector<std::string> names;
+   for (const Tracer* t : registry().handles) names.push_back(t->name());
+   std::sort(names.begin(), names.end());
+   names.erase(std::unique(names.begin(), names.end()), names.end());
+   return names;
+}
+
 void traceSinkIs(std::function<void(const TraceRecord&)> sink) { registry().sink = std::move(sink); }
 
 void traceFileIs(const std::string& path) { registry().openFile(path); }
-
-void fatal(std::string_view message, const std::source_location& where) {
-   std::string_view cls, fn;
-   splitFunction(where.function_name(), cls, fn);
-   std::fprintf(stderr, "Assertion failed: %.*s (%s:%u, %.*s%s%.*s)\n", int(message.size()), message.data(),
-                std::string(baseName(where.file_name())).c_str(), unsigned(where.line()), int(cls.size()), cls.data(),
-                cls.empty() ? "" : "::", int(fn.size()), fn.data());
-   std::fflush(stderr);
-   std::abort();
-}
 
 }  // namespace Kiv

@@ -17,6 +17,9 @@
 #include <source_location>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "Pondo/Fatal.h"
 
 namespace Kiv {
 
@@ -113,6 +116,11 @@ void traceMaskIs(std::string_view handle, std::uint16_t mask);
 // Applies a configuration such as "AggregatorSmNi/0-9,VyrPtp/6,*/0".
 // Throws std::invalid_argument naming the malformed part.
 void traceConfigIs(std::string_view config);
+// Checks a configuration without applying it: throws std::invalid_argument
+// naming the malformed part or a handle that no loaded code has.
+void traceConfigCheck(std::string_view config);
+// The names of the trace handles of the loaded code, sorted.
+std::vector<std::string> traceHandles();
 // Replaces the destination of trace records; an empty function restores stderr.
 void traceSinkIs(std::function<void(const TraceRecord&)> sink);
 // Writes records to a file instead of stderr. Throws std::runtime_error if it cannot be opened.
@@ -120,8 +128,7 @@ void traceFileIs(const std::string& path);
 // The usual one-line rendering of a record.
 std::string traceLine(const TraceRecord& r);
 
-// Stops the process after writing the message with its file, function and line.
-[[noreturn]] void fatal(std::string_view message, const std::source_location& where);
+using Pondo::fatal;
 
 // The failing side of kassert, kept out of line and away from hot code.
 template <class... A>
