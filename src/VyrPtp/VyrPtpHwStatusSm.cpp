@@ -246,31 +246,19 @@ void VyrPtpHwStatusFapSm::processIntfReady() {
 
 // --- VyrPtpHwStatusSm ---------------------------------------------------------------------
 
-// Follows one time-sync status entity of the directory: each chip entry added,
-// removed or changed in it is handed to the owner with the entity's slice name.
-class VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus final
-    : public Kiv::NestedSm<VyrPtpHwStatusSm, const PtpTimeSync::HwStatus> {
-  public:
-   NestedSm_TimeSyncHwStatus(Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner,
-                             Pondo::String sliceName)
-       : NestedSm(std::move(hwStatus), owner), sliceName_(std::move(sliceName)) {}
-
-  private:
-   // A cleared notifier replays its chips as removed, with no source.
-   void onAttribute(const Kiv::Change& c) override {
-      if (c.source == notifier()) {
-         if (c.field == PtpTimeSync::HwStatus::F::switchAsic) chipChanged(c.keyAs<Pondo::String>());
-      } else if (c.field == PtpTimeSync::SwitchStatus::F::state) {
-         chipChanged(static_cast<const PtpTimeSync::SwitchStatus*>(c.source)->name());
-      }
+// A cleared notifier replays its chips as removed, with no source.
+void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::onAttribute(const Kiv::Change& c) {
+   if (c.source == notifier()) {
+      if (c.field == PtpTimeSync::HwStatus::F::switchAsic) chipChanged(c.keyAs<Pondo::String>());
+   } else if (c.field == PtpTimeSync::SwitchStatus::F::state) {
+      chipChanged(static_cast<const PtpTimeSync::SwitchStatus*>(c.source)->name());
    }
-   void chipChanged(const Pondo::String& chipName) {
-      ownerSm()->handleTimeSyncHwStatus(sliceName_, chipName);
-      ownerSm()->maybeSetTimeSyncStatus(sliceName_, chipName);
-   }
+}
 
-   Pondo::String sliceName_;
-};
+void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::chipChanged(const Pondo::String& chipName) {
+   ownerSm()->handleTimeSyncHwStatus(sliceName_, chipName);
+   ownerSm()->maybeSetTimeSyncStatus(sliceName_, chipName);
+}
 
 VyrPtpHwStatusSm::VyrPtpHwStatusSm(Pondo::Ptr<const PlatformUnitPortInfo> unitPortInfo,
                                    Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
@@ -288,8 +276,6 @@ VyrPtpHwStatusSm::VyrPtpHwStatusSm(Pondo::Ptr<const PlatformUnitPortInfo> unitPo
                            &VyrPtpHwStatusSm::on_timeSyncHwStatusDir),
       timeSyncSupported_(timeSyncSupported),
       ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")) {}
-
-VyrPtpHwStatusSm::~VyrPtpHwStatusSm() = default;
 
 Pondo::String VyrPtpHwStatusSm::phyIslandName(const Pondo::String& sliceName) {
    return Pondo::String(phyIslandPrefix) + Utils::genericSliceName(sliceName);

@@ -148,7 +148,6 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
                     Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
                     Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir, Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir,
                     bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus);
-   ~VyrPtpHwStatusSm() override;
 
    const PlatformUnitPortInfo* unitPortInfo() const { return unitPortInfo_.get(); }
    const Ptp::HwConfig* ptpHwConfig() const { return ptpHwConfig_.get(); }
@@ -176,7 +175,21 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
    void maybeSetTimeSyncStatus(const Pondo::String& sliceName, const Pondo::String& chipName);
 
   private:
-   class NestedSm_TimeSyncHwStatus;
+   // Follows one time-sync status entity of the directory: each chip entry
+   // added, removed or changed in it is handed to the owner with the entity's
+   // slice name.
+   class NestedSm_TimeSyncHwStatus final : public Kiv::NestedSm<VyrPtpHwStatusSm, const PtpTimeSync::HwStatus> {
+     public:
+      NestedSm_TimeSyncHwStatus(Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner,
+                                Pondo::String sliceName)
+          : NestedSm(std::move(hwStatus), owner), sliceName_(std::move(sliceName)) {}
+
+     private:
+      void onAttribute(const Kiv::Change& c) override;
+      void chipChanged(const Pondo::String& chipName);
+
+      Pondo::String sliceName_;
+   };
 
    void on_unitPortInfo(const Kiv::Change& c);
    void on_ptpTimestampingStatusDir(const Kiv::Change& c);
