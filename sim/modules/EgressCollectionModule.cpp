@@ -34,6 +34,7 @@
 #include "Platform/File.h"
 #include "Platform/ProductAttributes.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
+#include "Watch.h"
 
 namespace Sim {
 namespace {
@@ -44,19 +45,6 @@ using Wyx::IntfId;
 constexpr U64 kMillisecond = 1'000'000;
 // One row of the report's table per interface.
 constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
-
-// Hands every change of an entity to a function.
-template <class T>
-class Watch final : public Kiv::Reactor {
-  public:
-   Watch(Pondo::Ptr<const T> entity, std::function<void(const Kiv::Change&)> onChange)
-       : entity_(this, std::move(entity), &Watch::on_entity), onChange_(std::move(onChange)) {}
-
-  private:
-   void on_entity(const Kiv::Change& c) { onChange_(c); }
-   Kiv::Input<const T> entity_;
-   std::function<void(const Kiv::Change&)> onChange_;
-};
 
 // What became of one message.
 enum class Fate {

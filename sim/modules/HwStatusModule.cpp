@@ -36,27 +36,13 @@
 #include "Utils/SliceName.h"
 #include "VyrPtp/VyrPtpHwStatusSm.h"
 #include "VyrPtp/VyrPtpLocationSm.h"
+#include "Watch.h"
 
 namespace Sim {
 namespace {
 
 using VyrPtp::Location::VyrPtpHwStatusFapSm;
 using Wyx::IntfId;
-
-// Hands every change of an entity to a function.
-template <class T>
-class Watch final : public Kiv::Reactor {
-  public:
-   Watch(Pondo::Ptr<const T> entity, std::function<void(const Kiv::Change&)> onChange)
-       : entity_(this, std::move(entity), &Watch::on_entity), onChange_(std::move(onChange)) {}
-
-  private:
-   void on_entity(const Kiv::Change& c) {
-      if (hasNotificationActive()) onChange_(c);
-   }
-   Kiv::Input<const T> entity_;
-   std::function<void(const Kiv::Change&)> onChange_;
-};
 
 // One interface's state at some time.
 struct Snapshot {
