@@ -109,7 +109,8 @@ class HwStatusModule final : public Module {
       timeSyncSupported_ = !sec || w.scenario.get<bool>(sec, "timeSyncSupported", true);
       if (sec && sec["timestampLocation"]) hwConfig_->timestampLocationIs(location(sec["timestampLocation"]));
       std::map<int, std::string> slices;
-      if (const YAML::Node n = sec ? sec["slices"] : YAML::Node()) {
+      if (sec && sec["slices"]) {
+         const YAML::Node n = sec["slices"];
          if (!n.IsMap()) w.scenario.fail(n, "'slices' maps logical FAPs to slice names");
          for (const auto& kv : n) slices[chipNumber(kv.first)] = w.scenario.as<std::string>(kv.second, "slice");
       }
