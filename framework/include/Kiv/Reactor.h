@@ -62,7 +62,6 @@ class InputBase {
    // Subscribes to `now` (after leaving `previous`) and replays its members.
    void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);
    void unsubscribe(const Pondo::Publisher* entity);
-   [[noreturn]] void handlerThrew() const;
    Reactor* owner() const { return owner_; }
 
   private:
@@ -119,14 +118,7 @@ class Input final : public InputBase {
 
   private:
    const Pondo::Publisher* entity() const override { return entity_.get(); }
-   void selfHandler(const Pondo::Publisher* previous, bool initial) override {
-      if (!onSelf_) return;
-      try {
-         (owner()->*onSelf_)(static_cast<T*>(const_cast<Pondo::Publisher*>(previous)), initial);
-      } catch (...) {
-         handlerThrew();
-      }
-   }
+   void selfHandler(const Pondo::Publisher* previous, bool initial) override;
 
    Pondo::Ptr<T> entity_;
    SelfHandler onSelf_ = nullptr;
@@ -157,6 +149,7 @@ class Reactor : public Pondo::Receiver, public Entity {
   private:
    friend class InputBase;
    void destroy() override;
+   void afterRunning() override;
    void detach();
    void checkInitialized();
 
@@ -168,7 +161,14 @@ class Reactor : public Pondo::Receiver, public Entity {
    bool notificationActive_ = false;
    bool initialized_ = false;
    bool started_ = false;
+   bool tornDown_ = false;
 };
+
+template <class T>
+void Input<T>::selfHandler(const Pondo::Publisher* previous, bool initial) {
+   if (!onSelf_) return;
+   owner()->run([&] { (owner()->*onSelf_)(static_cast<T*>(const_cast<Pondo::Publisher*>(previous)), initial); });
+}
 
 // A nested machine: watches one entity, its notifier (usually a member of a
 // collection that its owner watches), on behalf of the machine that owns it,
