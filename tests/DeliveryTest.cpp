@@ -12,6 +12,7 @@
 
 #include "ExampleMachine.h"
 #include "VyrPtp/AggregatorSmNi.h"
+#include "VyrPtp/ProgrammerAggregatorSm.h"
 
 using namespace Example;
 using Kiv::Change;
@@ -320,7 +321,7 @@ TEST(Delivery, ATeardownEmptyingAnEntityNotifiesItsWatcherBeforeTheEntityIsDropp
    EXPECT_EQ(watched, (Strings{"0 left"}));
 }
 
-// --- the readiness aggregator ---
+// --- the readiness aggregators ---
 
 TEST(Delivery, AProgrammerFailingWhenTxBecomesReadyLeavesTxAndRxAgreeing) {
    using namespace VyrPtp;
@@ -348,6 +349,27 @@ TEST(Delivery, AProgrammerFailingWhenTxBecomesReadyLeavesTxAndRxAgreeing) {
    actions->generationIs({2, true});  // the pass sets Tx, which makes the report fail
    EXPECT_FALSE(status->intfReadyForTxPacket());
    EXPECT_FALSE(status->intfReadyForRxPacket());
+}
+
+TEST(Delivery, AProgrammerFailingWhenRxBecomesReadyLeavesRxAndTxAgreeingInTheHardwareStatus) {
+   using namespace VyrPtp::Programmer;
+   auto status = statusFactory();
+   auto hw = Kiv::make<Ptp::HwStatus>("hw");
+   status->programmerActiveIs("A");
+   status->staticHwIntfStatusIs(et1, Ptp::LinuxTsOptions());
+   status->intfStatusIs({"A", et1})->generationIs({1, true});
+   // The programmer withdraws its success as soon as Rx (written first) becomes ready.
+   Listener programmer(hw.get(), [](const Change& c) { return fmt::format("field {}", c.field); });
+   programmer.hook = [&](const Change& c) {
+      if (c.source != hw.get() && c.field == Ptp::HwIntfStatus::F::intfReadyForRxPacket && c.newAs<bool>()) {
+         status->intfStatus({"A", et1})->generationIs({1, false});
+      }
+   };
+   auto sm = aggregatorSmFactory(status, hw);
+   const Ptp::HwIntfStatus* entry = hw->intfStatus(et1);
+   ASSERT_TRUE(entry);
+   EXPECT_FALSE(entry->intfReadyForRxPacket());
+   EXPECT_FALSE(entry->intfReadyForTxPacket());
 }
 
 }  // namespace
