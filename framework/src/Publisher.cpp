@@ -88,8 +88,8 @@ void Receiver::handlerThrew() const { Pondo::handlerThrew(*this); }
 
 void Receiver::idle() {
    ++running_;  // what reaches it meanwhile queues behind
-   while (deferred_) {
-      --deferred_;
+   while (pending_ & ~kAfterRunning) {
+      --pending_;
       Waiting w = next([this](const Waiting& x) { return x.target == this; });
       if (*w.active && w.publisher->delivers(this, w.handler)) {
          try {
@@ -100,7 +100,10 @@ void Receiver::idle() {
       }
    }
    --running_;
-   if (std::exchange(idleHook_, false)) afterRunning();
+   if (pending_ & kAfterRunning) {
+      pending_ &= ~kAfterRunning;
+      afterRunning();
+   }
 }
 
 void Publisher::wait(const Change& c) const {
@@ -108,16 +111,8 @@ void Publisher::wait(const Change& c) const {
    waiting().push_back({this, nullptr, nullptr, nullptr, HeldChange(c)});
 }
 
-void Publisher::sendWaiting() const {
-   while (queued_) {
-      --queued_;
-      Waiting w = next([this](const Waiting& x) { return x.publisher.get() == this && !x.target; });
-      send(w.change.get());
-   }
-}
-
 void Publisher::defer(const Entry& e, const Change& c) const {
-   ++e.target->deferred_;
+   ++e.target->pending_;
    waiting().push_back({this, e.target, e.handler, e.active, HeldChange(c)});
 }
 
@@ -146,6 +141,12 @@ std::size_t Publisher::subscribers() const {
 }
 
 void Publisher::settle() const {
+   while (queued_) {
+      --queued_;
+      Waiting w = next([this](const Waiting& x) { return x.publisher.get() == this && !x.target; });
+      send(w.change.get());
+   }
+   delivering_ = false;
    if (holes_) {
       std::erase_if(subs_, [](const Entry& e) { return e.active == &kOff; });
       holes_ = false;

@@ -110,25 +110,29 @@ class Receiver {
       } catch (...) {
          handlerThrew();
       }
-      if (--running_ == 0 && (deferred_ | idleHook_)) idle();
+      leave();
    }
    bool running() const { return running_ != 0; }
 
   protected:
    virtual ~Receiver() = default;
    // Asks for afterRunning() once the outermost handler has returned.
-   void afterRunningIs() { idleHook_ = true; }
+   void afterRunningIs() { pending_ |= kAfterRunning; }
    virtual void afterRunning() {}
 
   private:
    friend class Publisher;
+   static constexpr std::uint32_t kAfterRunning = 1u << 31;
+
    [[noreturn]] void handlerThrew() const;
+   void leave() {
+      if (--running_ == 0 && pending_) idle();
+   }
    // Delivers the waiting changes, then runs the requested hook.
    void idle();
 
-   std::uint32_t running_ = 0;   // nesting of its handlers
-   std::uint32_t deferred_ = 0;  // changes waiting for it
-   bool idleHook_ = false;
+   std::uint32_t running_ = 0;  // nesting of its handlers
+   std::uint32_t pending_ = 0;  // changes waiting for it, and kAfterRunning
 };
 
 class Subscriber : public Receiver {
@@ -210,42 +214,44 @@ class Publisher : public Object {
    }
    void deliver(const Change& c) const {
       if (delivering_) return wait(c);
-      ++delivering_;
+      delivering_ = true;
       send(c);
-      if (queued_) sendWaiting();
-      if (--delivering_ == 0 && (holes_ | released_)) settle();
+      if (queued_ | holes_ | released_) return settle();
+      delivering_ = false;
    }
    void send(const Change& c) const {
       const std::size_t n = subs_.size();
-      for (std::size_t i = 0; i < n; ++i) {
-         const Entry& e = subs_[i];
-         Receiver* r = e.target;
-         if (*e.active) {
-            if (r->running_) {
-               defer(e, c);
-            } else {
+      std::size_t i = 0;
+      try {
+         for (; i < n; ++i) {
+            const Entry& e = subs_[i];
+            Receiver* r = e.target;
+            if (*e.active && !r->running_) {
                const Handler h = e.handler;  // the call may add entries, moving `e`
-               r->run([&] { (r->*h)(c); });
+               ++r->running_;
+               (r->*h)(c);
+               r->leave();
+            } else if (e.active != &kOff && r->running_) {
+               defer(e, c);  // also to a machine starting, which hears it once on
             }
-         } else if (e.active != &kOff && r->running_) {
-            defer(e, c);  // a machine starting: it hears this once it is on
          }
+      } catch (...) {
+         handlerThrew(*subs_[i].target);
       }
       if (owner_) owner_->publish(c);
    }
    // Queues `c` behind the change being delivered.
    void wait(const Change& c) const;
-   // Delivers the queued changes in order.
-   void sendWaiting() const;
    // Queues `c` for the receiver of `e`, whose handler is running.
    void defer(const Entry& e, const Change& c) const;
    bool delivers(const Receiver* target, Handler handler) const;
-   // After the outermost delivery: compacts the holes, ends a released publisher.
+   // After a delivery: delivers the queued changes in order, then compacts
+   // the holes and ends a released publisher.
    void settle() const;
 
    mutable std::vector<Entry> subs_;
-   mutable std::uint32_t delivering_ = 0;
    mutable std::uint32_t queued_ = 0;  // changes waiting for the present delivery
+   mutable bool delivering_ = false;
    mutable bool holes_ = false;
    bool released_ = false;
    const Publisher* owner_ = nullptr;
