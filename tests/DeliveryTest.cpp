@@ -321,6 +321,20 @@ TEST(Delivery, ATeardownEmptyingAnEntityNotifiesItsWatcherBeforeTheEntityIsDropp
    EXPECT_EQ(watched, (Strings{"0 left"}));
 }
 
+TEST(Delivery, AMachineReleasedByItsOwnHandlerIsTornDownWhenTheHandlerReturns) {
+   auto chassis = Kiv::make<Chassis>();
+   Pondo::Ptr<ScriptSm> sm;
+   bool intactAfterRelease = false;
+   sm = Kiv::make<ScriptSm>(chassis, [&](const Change&) {
+      ScriptSm* self = sm.get();
+      sm = nullptr;  // the last use
+      intactAfterRelease = chassis->subscribers() == 1 && self->log.size() == 1;
+   });
+   chassis->portIs(et1);
+   EXPECT_TRUE(intactAfterRelease);
+   EXPECT_EQ(chassis->subscribers(), 0u);
+}
+
 // --- the readiness aggregators ---
 
 TEST(Delivery, AProgrammerFailingWhenTxBecomesReadyLeavesTxAndRxAgreeing) {

@@ -29,7 +29,9 @@ void InputBase::unsubscribe(const Pondo::Publisher* entity) {
 }
 
 void InputBase::dispatch(const Change& c) {
-   owner_->run([&] { (owner_->*onChange_)(c); });
+   Reactor* r = owner_;
+   const Pondo::Publisher::Handler h = onChange_;
+   r->run([r, h, &c] { (r->*h)(c); });
 }
 
 void InputBase::bind(const Pondo::Publisher* now, const Pondo::Publisher* previous) {

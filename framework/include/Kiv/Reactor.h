@@ -191,7 +191,10 @@ class Reactor : public Pondo::Receiver, public Entity {
 template <class T>
 void Input<T>::selfHandler(const Pondo::Publisher* previous, bool initial) {
    if (!onSelf_) return;
-   owner()->run([&] { (owner()->*onSelf_)(static_cast<T*>(const_cast<Pondo::Publisher*>(previous)), initial); });
+   Reactor* r = owner();
+   const SelfHandler h = onSelf_;
+   T* p = static_cast<T*>(const_cast<Pondo::Publisher*>(previous));
+   r->run([r, h, p, initial] { (r->*h)(p, initial); });
 }
 
 // A nested machine: watches one entity, its notifier (usually a member of a
