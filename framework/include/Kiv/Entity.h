@@ -112,10 +112,10 @@ class CollectionBase {
    virtual void replay(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) const = 0;
 
   protected:
-   // The replay of one collection type `C`, whose `keys()` and `find(key)` it
-   // uses. It walks copies of the keys and looks each member up again, so the
-   // handler may change the collections meanwhile: a member gone by its turn
-   // is skipped, one added is published to the handler as usual.
+   // The replay of one collection type `C` (its keys(), contains(), memberOf()
+   // and kLayout). It walks copies of the keys and looks each member up again,
+   // so the handler may change the collections meanwhile: a member gone by its
+   // turn is skipped, one added reaches the handler as a published change.
    template <class C>
    static void replayOf(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) {
       auto* n = static_cast<const C*>(now);
@@ -282,7 +282,8 @@ class Collection final : public CollectionBase {
    Pondo::Ptr<E> insert(const K& k, Pondo::Ptr<E> m) {
       kassert(m, "null member for collection {}", name());
       const K key = k;
-      kassert(members_.try_emplace(key, m).second, "collection {} already holds the key", name());
+      const bool fresh = members_.try_emplace(key, m).second;
+      kassert(fresh, "collection {} already holds the key", name());
       m->ownerIs(owner(), field());
       publish(Change::Kind::added, &key, nullptr, m.get(), kLayout);
       return m;
