@@ -20,15 +20,17 @@ asicTime:
   hpx: hpx1                  # the FPGA whose PTP counter time sync uses
   egressPeriod: 0.25
 programmers:
-  - name: CF_UPDATE
-    interfaces: all
-    pipeline: true
-    delay: 0.05
   - name: INGRESS_FWD
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
     pipeline: true
     delay: 0.2
     failsAt: [2]
+cfUpdate:                    # the platform's correction-field settings per interface
+  Ethernet1/1: {ingressUpdate: true, egressMode: residenceTime, twoStepUpdate: true}
+  Ethernet1/2: {ingressUpdate: true, egressMode: residenceTime}
+  Ethernet2/1: {}
+  Ethernet3/1: {egressMode: egressTimestamp, dropInvalid: true}
+  Ethernet3/2: {forceSign: true}
 lags:
   Port-Channel10: [Ethernet3/1, Ethernet3/2]
 ptpMode: 1
@@ -48,6 +50,8 @@ portDS:
 timeline:
   - at: 1.0
     note: the protocol side starts
+  - at: 1.2
+    cfUpdate: {intf: Ethernet2/1, egressMode: egressTimestamp}
   - at: 1.5
     bumpGeneration:
   - at: 1.5
@@ -56,6 +60,10 @@ timeline:
     operStatus: {Ethernet3/2: down}
   - at: 2.0
     asicTimeFault: {logicalFap: 1, fault: missing, for: 1.2}
+  - at: 2.2
+    cfUpdate: {intf: Ethernet1/2, twoStepUpdate: true, valid: false}
+  - at: 2.4
+    cfUpdate: {intf: Ethernet1/2}
   - at: 2.5
     bumpGeneration:
   - at: 2.5
@@ -72,6 +80,20 @@ timeline:
     portDS: {intf: Ethernet1/1, remove: true}
   - at: 3.6
     bumpGeneration:
+  - at: 3.8
+    cfUpdate: {intf: Ethernet3/2, remove: true}
+  - at: 3.9
+    cfUpdate: {intf: Ethernet3/1, egressMode: none, dropInvalid: false}
+  - at: 4.2
+    cfUpdate: {intf: Ethernet1/1, ingressUpdate: false, egressMode: none, twoStepUpdate: false}
+  - at: 4.3
+    cfUpdate: {intf: Ethernet1/2, ingressUpdate: false, egressMode: none, twoStepUpdate: false}
+  - at: 4.4
+    cfUpdate: {intf: Ethernet2/1, egressMode: none}
+  - at: 4.5
+    cfUpdate: {intf: Ethernet3/2, valid: false}
+  - at: 4.8
+    cfUpdate: {intf: Ethernet3/2, forceSign: true}
   - at: 4.0
     timestampLocation: {Ethernet3/1: externalPhy}
   - at: 4.1

@@ -58,4 +58,31 @@ EgressTimestampEntry SimulatedChip::egressTimestampRead(const EgressTsSwTableKey
    return e;
 }
 
+void SimulatedChip::tableRowCommit(std::string_view table, std::uint32_t index, std::span<const std::byte> row) {
+   auto it = tables_.find(table);
+   if (it == tables_.end()) it = tables_.emplace(std::string(table), Table{}).first;
+   it->second.rows[index].assign(row.begin(), row.end());
+   ++it->second.commits;
+}
+
+const std::vector<std::byte>* SimulatedChip::committedRow(std::string_view table, std::uint32_t index) const {
+   auto t = tables_.find(table);
+   if (t == tables_.end()) return nullptr;
+   auto r = t->second.rows.find(index);
+   return r == t->second.rows.end() ? nullptr : &r->second;
+}
+
+std::vector<std::uint32_t> SimulatedChip::committedIndexes(std::string_view table) const {
+   std::vector<std::uint32_t> out;
+   if (auto t = tables_.find(table); t != tables_.end()) {
+      for (const auto& [index, row] : t->second.rows) out.push_back(index);
+   }
+   return out;
+}
+
+std::uint64_t SimulatedChip::commits(std::string_view table) const {
+   auto t = tables_.find(table);
+   return t == tables_.end() ? 0 : t->second.commits;
+}
+
 }  // namespace Asic

@@ -1,7 +1,7 @@
 // ASIC time access (section `asicTime`, events `asicTimeFault` and `hpxFault`).
 //
-// A simulated kernel keeps one ASIC time file per chip in a temporary directory
-// that the platform serves as "/proc/asic-time": every 10 ms it writes
+// A simulated kernel keeps one ASIC time file per chip in the memory-backed
+// directory of Platform::SimAsicTimeFiles, served as "/proc/asic-time": every 10 ms it writes
 // "<time of day> <PTP time> <ASIC time>" into <n>/ts, n being the chip's
 // logical FAP, and, when counters need initialisation, starts a chip's counter
 // once "init" appears in <n>/cfg (until then the file reads "0 0 0"). A
@@ -10,21 +10,18 @@
 // TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
 // egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
 // which are checked against the latch time. Like the kernel's live file, a
-// chip's time file never reads older than the chip's last latch: it is also
-// rewritten whenever the chip (platform module) latches a PTP event message. The FPGA is meant to carry the
+// chip's time file never reads older than the chip's last latch: after a latch
+// (platform module) it is rewritten before the chip's next read-out, after
+// which the library reads it. The FPGA is meant to carry the
 // chips' time, so its faults show up as wrongly widened timestamps; when a
 // timed FPGA fault ends, time synchronisation puts its counter right again.
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <map>
 
 #include "Asic/SimulatedChip.h"
 #include "Hpx/SimHam.h"
 #include "Module.h"
-#include "Platform/File.h"
+#include "Platform/SimAsicTimeFiles.h"
 #include "VyrPtp/VyrHelperPtp.h"
 
 namespace Sim {
@@ -96,18 +93,22 @@ class ReadyWatch final : public Kiv::Reactor {
    std::function<void(int)> onFd_;
 };
 
-// Calls back whenever a chip latches an egress timestamp.
+// Calls back whenever a chip latches an egress timestamp or gives one out.
 class LatchWatch final : public Kiv::Reactor {
   public:
-   LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch)
-       : chip_(this, std::move(chip), &LatchWatch::on_chip), onLatch_(std::move(onLatch)) {}
+   LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch,
+              std::function<void()> onReadOut)
+       : chip_(this, std::move(chip), &LatchWatch::on_chip),
+         onLatch_(std::move(onLatch)),
+         onReadOut_(std::move(onReadOut)) {}
 
   private:
    void on_chip(const Kiv::Change& c) {
       if (c.field == Asic::SimulatedChip::F::sent) onLatch_();
+      if (c.field == Asic::SimulatedChip::F::read) onReadOut_();
    }
    Kiv::Input<const Asic::SimulatedChip> chip_;
-   std::function<void()> onLatch_;
+   std::function<void()> onLatch_, onReadOut_;
 };
 
 // What one way of widening made of the chip's egress timestamps.
@@ -128,6 +129,7 @@ struct ChipTime {
    Pondo::Ptr<LatchWatch> latchWatch;
    // The simulated kernel's side.
    bool counterRunning = false;
+   bool latchedSinceWrite = false;
    std::string fault;  // ASIC time fault in force, or empty
    std::string faultText;
    Kiv::Seconds faultUntil = 0;
@@ -140,12 +142,6 @@ struct ChipTime {
 
 class AsicTimeModule final : public Module {
   public:
-   ~AsicTimeModule() override {
-      if (dir_.empty()) return;
-      Platform::pathMapIs("/proc/asic-time", "");
-      std::filesystem::remove_all(dir_);
-   }
-
    std::string name() const override { return "asicTime"; }
    int order() const override { return 50; }
    std::vector<std::string> sections() const override { return {"asicTime"}; }
@@ -183,10 +179,7 @@ class AsicTimeModule final : public Module {
                                             w.scenario.origin(), c.line, c.logicalFap));
          }
       }
-      std::string pattern = (std::filesystem::temp_directory_path() / "vyrptp-sim-asic-time-XXXXXX").string();
-      if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot create the ASIC time directory");
-      dir_ = pattern;
-      Platform::pathMapIs("/proc/asic-time", dir_);
+      files_ = std::make_unique<Platform::SimAsicTimeFiles>();
 
       const Kiv::Seconds utc = Kiv::currentTimeUtc();
       utcAtStartNs_ = std::uint64_t(std::floor(utc)) * kSecond + std::uint64_t(std::llround((utc - std::floor(utc)) * 1e9));
@@ -197,14 +190,13 @@ class AsicTimeModule final : public Module {
       ham_ = Kiv::make<Hpx::SimHam>(hpxName_.empty() ? "hpx1" : hpxName_);
       syncConfig->hpxIs(ham_->name())->hamIs(ham_);
       syncStatus->activeHpxIs(hpxName_);
-      w.log("asicTime: kernel files in {} served as /proc/asic-time; FPGA {} {}", dir_, ham_->name(),
+      w.log("asicTime: kernel files in {} served as /proc/asic-time; FPGA {} {}", files_->directory(), ham_->name(),
             hpxName_.empty() ? "present but not in use" : "in use by time synchronisation");
 
       for (const Chip& c : w.chips) {
          ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap)}).first->second;
          t.counterRunning = !initCounter_;
-         std::filesystem::create_directories(fmt::format("{}/{}", dir_, t.unit));
-         std::ofstream(cfgPath(t));
+         files_->unitIs(t.unit);
          writeTimeFile(t);
       }
       for (auto& [fap, t] : chips_) {
@@ -214,9 +206,11 @@ class AsicTimeModule final : public Module {
          t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
          auto* info = dynamic_cast<Asic::ChipInfo*>(w.sysdb->entityPtr(chipInfoName(fap)));
          if (auto* device = info ? dynamic_cast<Asic::SimulatedChip*>(info->device()) : nullptr) {
-            t.latchWatch = Kiv::make<LatchWatch>(device, [this, chip] {
-               if (chip->fault != "missing") writeTimeFile(*chip);
-            });
+            t.latchWatch = Kiv::make<LatchWatch>(
+                device, [chip] { chip->latchedSinceWrite = true; },
+                [this, chip] {
+                   if (chip->latchedSinceWrite && chip->fault != "missing") writeTimeFile(*chip);
+                });
          }
          fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
       }
@@ -235,10 +229,7 @@ class AsicTimeModule final : public Module {
          t.faultText = f.text;
          t.faultUntil = now + f.span;
          if (f.fault == "missing") {
-            // Descriptors still open on the file read nothing from now on.
-            std::error_code alreadyGone;
-            std::filesystem::resize_file(tsPath(t), 0, alreadyGone);
-            std::filesystem::remove(tsPath(t), alreadyGone);
+            files_->timeDel(t.unit);
          } else {
             writeTimeFile(t);
          }
@@ -292,8 +283,6 @@ class AsicTimeModule final : public Module {
       }
       return nullptr;
    }
-   std::string tsPath(const ChipTime& t) const { return fmt::format("{}/{}/ts", dir_, t.unit); }
-   std::string cfgPath(const ChipTime& t) const { return fmt::format("{}/{}/cfg", dir_, t.unit); }
    // UTC nanoseconds at loop time `at`.
    std::uint64_t utcNs(Kiv::Seconds at) const {
       return utcAtStartNs_ + std::uint64_t(std::llround((at - loopAtStart_) * 1e9));
@@ -311,29 +300,25 @@ class AsicTimeModule final : public Module {
 
    // The kernel's view of one chip's time, as a read of its time file returns it.
    void writeTimeFile(ChipTime& t) {
-      std::string text;
+      text_.clear();
       if (t.fault == "garbage") {
-         text = t.faultText + "\n";
+         text_ = t.faultText + "\n";
       } else if (!t.counterRunning || t.fault == "zero") {
-         text = "0 0 0\n";
+         text_ = "0 0 0\n";
       } else {
          const std::uint64_t now = utcNs(Kiv::currentTime());
-         text = fmt::format("{} {} {}\n", now, ham_->counter(), now);
+         fmt::format_to(std::back_inserter(text_), "{} {} {}\n", now, ham_->counter(), now);
       }
-      std::ofstream(tsPath(t), std::ios::trunc) << text;
+      files_->timeIs(t.unit, text_);
+      t.latchedSinceWrite = false;
    }
 
    void kernelTick() {
       const Kiv::Seconds now = Kiv::currentTime();
       for (auto& [fap, t] : chips_) {
-         if (!t.counterRunning) {
-            std::ifstream cfg(cfgPath(t));
-            std::string command((std::istreambuf_iterator<char>(cfg)), {});
-            if (command == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
-               t.counterRunning = true;
-               std::ofstream(cfgPath(t), std::ios::trunc);
-               world_->log("asicTime: kernel: counter of chip {} initialised", t.unit);
-            }
+         if (!t.counterRunning && files_->counterConfig(t.unit) == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
+            t.counterRunning = true;
+            world_->log("asicTime: kernel: counter of chip {} initialised", t.unit);
          }
          if (!t.fault.empty() && now >= t.faultUntil) {
             world_->log("asicTime: kernel: {} fault of chip {} over", t.fault, t.unit);
@@ -385,7 +370,8 @@ class AsicTimeModule final : public Module {
    std::string hpxName_;
    double egressPeriod_ = 0.25;
    World* world_ = nullptr;
-   std::string dir_;
+   std::unique_ptr<Platform::SimAsicTimeFiles> files_;
+   std::string text_;  // kept: its storage is reused for every write
    std::uint64_t utcAtStartNs_ = 0;
    Kiv::Seconds loopAtStart_ = 0;
    Kiv::Seconds hpxFaultUntil_ = 0;  // end of the timed FPGA fault in force

@@ -23,13 +23,21 @@
 //     - at: 4.0
 //       timestampLocation: {Ethernet3/1: externalPhy}   # or chip
 //
+// Messages are followed while in flight; what became of them is kept as
+// running counts and a bounded histogram of delays per interface, so a long
+// run's memory stays flat.
+//
 // The product attributes hold one time source for all chips; the aggregate
 // reads them as each chip appears, so the module sets them chip by chip.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <deque>
-#include <fstream>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "Asic/SimulatedChip.h"
@@ -62,8 +70,7 @@ class Watch final : public Kiv::Reactor {
 };
 
 // What became of one message.
-enum class Fate {
-   inChip,       // still latched in the chip's slot
+enum Fate {
    overwritten,  // pushed out of a full slot
    drained,      // read and dropped when polling started
    polled,       // read by a poll but not published: the time source was not ready
@@ -71,14 +78,39 @@ enum class Fate {
    noTime,       // published with time 0: the ASIC time file could not be read
    badSource,    // widened wrongly while the time source was faulty
    wrong,        // widened wrongly from a sound time source
+   kFates
+};
+
+// Latch-to-publish delays: exact minimum and maximum, the median to the
+// histogram's resolution.
+class Delays {
+  public:
+   void add(double ms) {
+      min_ = count_ ? std::min(min_, ms) : ms;
+      max_ = count_ ? std::max(max_, ms) : ms;
+      ++buckets_[std::min(std::size_t(ms / kWidthMs), buckets_.size() - 1)];
+      ++count_;
+   }
+   std::string toString() const {
+      if (!count_) return "-";
+      std::uint64_t seen = 0;
+      std::size_t b = 0;
+      while ((seen += buckets_[b]) <= count_ / 2) ++b;
+      const double median = std::clamp((double(b) + 0.5) * kWidthMs, min_, max_);
+      return fmt::format("{:.2f} / {:.2f} / {:.2f}", min_, median, max_);
+   }
+
+  private:
+   static constexpr double kWidthMs = 0.05;
+   std::array<std::uint32_t, 400> buckets_{};  // 0 to 20 ms; the last one takes everything beyond
+   std::uint64_t count_ = 0;
+   double min_ = 0, max_ = 0;
 };
 
 struct Message {
    std::uint16_t sequenceId;
    U64 latched = 0;      // full chip time of the latch
    Kiv::Seconds at = 0;  // loop time of the latch
-   Fate fate = Fate::inChip;
-   Kiv::Seconds publishedAt = 0;
 };
 
 struct ChipState;
@@ -89,9 +121,11 @@ struct Flow {
    Asic::EgressTsSwTableKey slot;
    double rate = 0;
    std::uint16_t nextSequenceId = 0;
-   std::deque<Message> messages;
-   std::deque<Message*> inChip;  // the slot's FIFO, oldest first
-   Message* awaiting = nullptr;  // read by a poll, publication due
+   std::uint64_t sent = 0;
+   std::array<std::uint64_t, kFates> fates{};  // of the messages no longer in flight
+   Delays delays;
+   std::deque<Message> inChip;         // the slot's FIFO, oldest first
+   std::optional<Message> awaiting;    // read by a poll, publication due
    std::unique_ptr<Kiv::ClockTimer> timer;
 };
 
@@ -102,6 +136,7 @@ struct ChipState {
    bool asicTimeFile = false;
    std::map<Asic::EgressTsSwTableKey, Flow*> bySlot;
    Pondo::Ptr<Watch<Asic::SimulatedChip>> watch;
+   int timeFile = -1;  // the ASIC time file, for checking published times
 };
 
 class EgressCollectionModule final : public Module {
@@ -112,6 +147,9 @@ class EgressCollectionModule final : public Module {
    std::vector<std::string> events() const override { return {"traffic", "timestampLocation"}; }
 
    ~EgressCollectionModule() override {
+      for (ChipState& c : chips_) {
+         if (c.timeFile >= 0) ::close(c.timeFile);
+      }
       if (on_) Platform::productAttributesIs(nullptr);
    }
 
@@ -262,15 +300,15 @@ class EgressCollectionModule final : public Module {
          out += fmt::format(kRow, "intf", "rate/s", "sent", "published", "lost: not ready", "overwritten", "not polled",
                             "delay ms min/median/max", "no time", "bad source", "wrong");
          for (const auto& [slot, f] : c.bySlot) {
-            if (!f->messages.empty() || f->rate > 0) out += flowLine(*f);
+            if (f->sent || f->rate > 0) out += flowLine(*f);
          }
       }
       out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened while the time\n"
              "     source was faulty; wrong: widened wrongly from a sound source)\n";
-      std::size_t sent = 0, wrong = 0;
+      std::uint64_t sent = 0, wrong = 0;
       for (const auto& [intf, f] : flows_) {
-         sent += f.messages.size();
-         for (const Message& m : f.messages) wrong += m.fate == Fate::wrong;
+         sent += f.sent;
+         wrong += f.fates[Fate::wrong];
       }
       out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
    }
@@ -319,11 +357,11 @@ class EgressCollectionModule final : public Module {
    void send(Flow& f) {
       Asic::SimulatedChip& device = *f.chip->device;
       if (device.queued(f.slot) == device.fifoDepth()) {
-         f.inChip.front()->fate = Fate::overwritten;
+         ++f.fates[Fate::overwritten];
          f.inChip.pop_front();
       }
-      Message& m = f.messages.emplace_back(Message{f.nextSequenceId++});
-      f.inChip.push_back(&m);
+      Message& m = f.inChip.emplace_back(Message{f.nextSequenceId++});
+      ++f.sent;
       m.at = Kiv::currentTime();
       m.latched = device.send(f.slot, m.sequenceId);
       f.timer->timeMinIs(m.at + 1 / f.rate);
@@ -332,34 +370,62 @@ class EgressCollectionModule final : public Module {
    // The chip gave out the oldest entry of a slot, to a drain or to a poll.
    void readOut(ChipState& c, const Asic::EgressTsSwTableKey& slot) {
       Flow& f = *c.bySlot.at(slot);
-      Message* m = f.inChip.front();
+      const Message m = f.inChip.front();
       f.inChip.pop_front();
+      // A poll read whose message was never published: the time source was not ready.
+      if (f.awaiting) ++f.fates[Fate::polled];
+      f.awaiting.reset();
       const VyrPtp::VyrEgressTsArmLogicalFapSm* collector = aggregate_->logicalFapSm(c.chip->logicalFap);
-      m->fate = collector && collector->drainInterface().contains(f.intf) ? Fate::drained : Fate::polled;
-      f.awaiting = m->fate == Fate::polled ? m : nullptr;
+      if (collector && collector->drainInterface().contains(f.intf)) {
+         ++f.fates[Fate::drained];
+      } else {
+         f.awaiting = m;
+      }
    }
 
    void published(const Ptp::IngressEgressTimes& t) {
       Flow& f = flows_.at(t.intfId);
-      Message* m = std::exchange(f.awaiting, nullptr);
-      if (!m || m->sequenceId != t.sequenceId) {
+      if (!f.awaiting || f.awaiting->sequenceId != t.sequenceId) {
+         if (f.awaiting) ++f.fates[Fate::polled];
+         f.awaiting.reset();
          world_->log("egress collection: {} published sequence id {} that no poll read", t.intfId.shortName(),
                      t.sequenceId);
          return;
       }
-      m->publishedAt = Kiv::currentTime();
-      if (t.egressTime == m->latched) {
-         m->fate = Fate::published;
+      const Message m = *std::exchange(f.awaiting, std::nullopt);
+      const double delayMs = (Kiv::currentTime() - m.at) * 1e3;
+      Fate fate;
+      if (t.egressTime == m.latched) {
+         fate = Fate::published;
+         f.delays.add(delayMs);
       } else if (t.egressTime == 0) {
-         m->fate = Fate::noTime;
+         fate = Fate::noTime;
       } else {
-         m->fate = sourceSound(*f.chip) ? Fate::wrong : Fate::badSource;
+         fate = sourceSound(*f.chip) ? Fate::wrong : Fate::badSource;
       }
-      if (world_->verbose || m->fate == Fate::wrong) {
+      ++f.fates[fate];
+      if (world_->verbose || fate == Fate::wrong) {
          world_->log("egress collection: {} seq {} latched {} published {} after {:.3f} ms{}", t.intfId.shortName(),
-                     t.sequenceId, m->latched, t.egressTime, (m->publishedAt - m->at) * 1e3,
-                     m->fate == Fate::wrong ? " WRONG" : "");
+                     t.sequenceId, m.latched, t.egressTime, delayMs, fate == Fate::wrong ? " WRONG" : "");
       }
+   }
+
+   // The first number of the chip's ASIC time file, through a descriptor kept
+   // open; a file that reads empty may have been replaced and is opened anew.
+   std::string firstField(ChipState& c) const {
+      char buf[64];
+      for (int attempt = 0; attempt < 2; ++attempt) {
+         if (c.timeFile < 0) {
+            c.timeFile = Platform::fileOpen(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap), O_RDONLY | O_CLOEXEC);
+         }
+         const ssize_t n = c.timeFile < 0 ? -1 : ::pread(c.timeFile, buf, sizeof buf, 0);
+         if (n > 0) {
+            const std::string_view t(buf, std::size_t(n));
+            return std::string(t.substr(0, t.find_first_of(" \n")));
+         }
+         if (c.timeFile >= 0) ::close(std::exchange(c.timeFile, -1));
+      }
+      return {};
    }
 
    // Whether the chip's time source reads true time now (as the collector just read it).
@@ -367,8 +433,7 @@ class EgressCollectionModule final : public Module {
       const U64 now = c.device->timeNs();
       std::string text;
       if (c.asicTimeFile) {
-         std::ifstream file(Platform::osPath(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap)));
-         file >> text;
+         text = firstField(c);
       } else {
          const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
          const PtpTimeSync::HpxConfig* hpx =
@@ -387,18 +452,10 @@ class EgressCollectionModule final : public Module {
    // --- Reporting -----------------------------------------------------------------------
 
    std::string flowLine(const Flow& f) const {
-      std::map<Fate, unsigned> n;
-      std::vector<double> delays;  // ms
-      for (const Message& m : f.messages) {
-         ++n[m.fate];
-         if (m.fate == Fate::published) delays.push_back((m.publishedAt - m.at) * 1e3);
-      }
-      std::sort(delays.begin(), delays.end());
-      const std::string delay = delays.empty() ? "-"
-                                               : fmt::format("{:.2f} / {:.2f} / {:.2f}", delays.front(),
-                                                             delays[delays.size() / 2], delays.back());
-      return fmt::format(kRow, f.intf.shortName(), f.rate, f.messages.size(), n[Fate::published], n[Fate::polled],
-                         n[Fate::overwritten], n[Fate::drained] + n[Fate::inChip], delay, n[Fate::noTime],
+      const auto& n = f.fates;
+      const std::uint64_t lostNotReady = n[Fate::polled] + (f.awaiting ? 1 : 0);
+      return fmt::format(kRow, f.intf.shortName(), f.rate, f.sent, n[Fate::published], lostNotReady,
+                         n[Fate::overwritten], n[Fate::drained] + f.inChip.size(), f.delays.toString(), n[Fate::noTime],
                          n[Fate::badSource], n[Fate::wrong]);
    }
 

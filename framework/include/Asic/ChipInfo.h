@@ -1,7 +1,10 @@
 // Forwarding chips as the hardware-access layer describes them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <string_view>
 
 #include "Kiv/Entity.h"
 #include "Pondo/Types.h"
@@ -18,6 +21,9 @@ class Device : public Kiv::Entity {
    // Reads one slot of the egress timestamp table: the oldest unread entry,
    // which the read removes, or an invalid entry.
    virtual EgressTimestampEntry egressTimestampRead(const EgressTsSwTableKey& key) = 0;
+   // Writes row `index` of the chip's table `table` (see Asic/HwTable.h). A
+   // device without such tables stops the process.
+   virtual void tableRowCommit(std::string_view table, std::uint32_t index, std::span<const std::byte> row);
 };
 
 class ChipInfo;

@@ -41,8 +41,9 @@ class EgressTimestampTable : public Kiv::Entity {
   public:
    using Key = EgressTsSwTableKey;
    using Entry = EgressTimestampEntry;
-   // Completion of a read: the key read and what the slot held.
-   using ReadCallback = std::function<void(const Key&, const Entry&)>;
+   // Completion of a read: the key read, what the slot held, and the tag the
+   // request was given (the requester's note of what it asked for).
+   using ReadCallback = std::function<void(const Key&, const Entry&, std::uint32_t tag)>;
 
    explicit EgressTimestampTable(PortType portType = PortType::network) : portType_(portType) {}
 
@@ -59,7 +60,7 @@ class EgressTimestampTable : public Kiv::Entity {
    // has completed. `done` must stay alive until then (requests keep a
    // pointer to it, so issuing a read allocates nothing once the queue has
    // grown), or the owner cancels the outstanding reads first.
-   void read(const Key& key, const ReadCallback& done);
+   void read(const Key& key, const ReadCallback& done, std::uint32_t tag = 0);
    void readsCancel();
    std::size_t pendingReads() const { return pending_.size(); }
    std::uint64_t readsCompleted() const { return readsCompleted_; }
@@ -67,6 +68,7 @@ class EgressTimestampTable : public Kiv::Entity {
   private:
    struct Request {
       Key key;
+      std::uint32_t tag;
       const ReadCallback* done;
    };
    void complete();

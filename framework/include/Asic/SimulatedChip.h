@@ -6,8 +6,12 @@
 // were read out, as each happens.
 #pragma once
 
+#include <cstring>
 #include <deque>
 #include <map>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "Asic/EgressTimestampTable.h"
 
@@ -38,6 +42,24 @@ class SimulatedChip : public Device {
 
    EgressTimestampEntry egressTimestampRead(const EgressTsSwTableKey& key) override;
 
+   // Hardware tables: the chip keeps the last row committed at each index of
+   // each table, and counts commits per table.
+   void tableRowCommit(std::string_view table, std::uint32_t index, std::span<const std::byte> row) override;
+   // The row at `index` of `table` as `Entry` (the table's row type), if one was committed.
+   template <class Entry>
+   std::optional<Entry> committed(std::string_view table, std::uint32_t index) const {
+      const std::vector<std::byte>* row = committedRow(table, index);
+      if (!row) return std::nullopt;
+      Kiv::kassert(row->size() == sizeof(Entry), "row of table {} read with a row type of another size", table);
+      Entry e;
+      std::memcpy(&e, row->data(), sizeof(Entry));
+      return e;
+   }
+   const std::vector<std::byte>* committedRow(std::string_view table, std::uint32_t index) const;
+   // Indexes of `table` holding a committed row, in order.
+   std::vector<std::uint32_t> committedIndexes(std::string_view table) const;
+   std::uint64_t commits(std::string_view table) const;
+
   private:
    struct Slot {
       std::deque<EgressTimestampEntry> fifo;
@@ -46,6 +68,11 @@ class SimulatedChip : public Device {
    std::size_t fifoDepth_;
    std::int64_t timeOffsetNs_ = 0;
    std::map<EgressTsSwTableKey, Slot> slots_;
+   struct Table {
+      std::map<std::uint32_t, std::vector<std::byte>> rows;
+      std::uint64_t commits = 0;
+   };
+   std::map<std::string, Table, std::less<>> tables_;
    Kiv::Map<EgressTsSwTableKey, std::uint64_t> sent_{this, F::sent, "sent"};
    Kiv::Map<EgressTsSwTableKey, std::uint64_t> read_{this, F::read, "read"};
 };

@@ -17,6 +17,7 @@
 #pragma once
 
 #include <map>
+#include <unordered_map>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -302,10 +303,10 @@ class Collection final : public CollectionBase {
 };
 
 // Keyed collection of values. Writing an equal value publishes nothing.
-template <class K, class V>
+// Iteration is in key order, unless `Store` is a hash table (for large maps
+// that are only looked up by key).
+template <class K, class V, class Store = std::map<K, V>>
 class Map final : public CollectionBase {
-   using Store = std::map<K, V>;
-
   public:
    using CollectionBase::CollectionBase;
    using iterator = detail::CheckedIterator<typename Store::const_iterator, typename Store::value_type, detail::AsPair>;

@@ -29,14 +29,16 @@ class HwTimestampStatus : public Kiv::Entity {
       enum : Kiv::FieldId { intfTimestamp };
    };
    const IngressEgressTimes* intfTimestamp(Wyx::IntfId i) const { return intfTimestamp_.find(i); }
-   const Kiv::Map<Wyx::IntfId, IngressEgressTimes>& intfTimestamp() const { return intfTimestamp_; }
+   // Hashed: one look-up per published timestamp, for every interface of the system.
+   using IntfTimestamps = Kiv::Map<Wyx::IntfId, IngressEgressTimes, std::unordered_map<Wyx::IntfId, IngressEgressTimes>>;
+   const IntfTimestamps& intfTimestamp() const { return intfTimestamp_; }
    // Replaces the interface's record.
    void intfTimestampIs(const IngressEgressTimes& t) { intfTimestamp_.is(t.intfId, t); }
    bool intfTimestampDel(Wyx::IntfId i) { return intfTimestamp_.del(i); }
    void intfTimestampDelAll() { intfTimestamp_.delAll(); }
 
   private:
-   Kiv::Map<Wyx::IntfId, IngressEgressTimes> intfTimestamp_{this, F::intfTimestamp, "intfTimestamp"};
+   IntfTimestamps intfTimestamp_{this, F::intfTimestamp, "intfTimestamp"};
 };
 
 }  // namespace Ptp
