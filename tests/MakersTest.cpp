@@ -14,9 +14,11 @@
 #include "VyrPtp/AggregatorSmTypes.h"
 #include "VyrPtp/EgressTimestampIntfSm.h"
 #include "VyrPtp/HwConfigAdapterSm.h"
+#include "VyrPtp/PlatformCfUpdateInfoTypes.h"
 #include "VyrPtp/PlatformEgressTsInfoTypes.h"
 #include "VyrPtp/ProgrammerAggregatorSm.h"
 #include "VyrPtp/ProgrammerTypes.h"
+#include "VyrPtp/VyrCfUpdateArmSm.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
 #include "VyrPtp/VyrHelperPtp.h"
 
@@ -252,6 +254,55 @@ TEST(Makers, VyrEgressTsArmSm) {
                          aggregates[0]->timerWheel()));
    }
    Platform::productAttributesIs(nullptr);
+}
+
+TEST(Makers, PlatformCfUpdateInfoTypes) {
+   using namespace CorrectionField;
+   for (const auto& i : both(&platformCfUpdateInfoFactory, &PlatformCfUpdateInfoIs)) {
+      EXPECT_TRUE(i->logicalFapInfo().empty());
+   }
+   auto chipInfo = Kiv::make<Asic::ChipInfo>(1, "chip1", Kiv::make<Asic::SimulatedChip>(8));
+   for (const auto& f : both(&platformCfUpdateLogicalFapInfoFactory, &PlatformCfUpdateLogicalFapInfoIs, 7,
+                             Pondo::Ptr<const Asic::GenericIf>(chipInfo->gif()))) {
+      EXPECT_EQ(f->logicalFapId(), 7);
+      EXPECT_EQ(f->chipInfoGif(), chipInfo->gif());
+   }
+   for (const auto& i : both(&platformCfUpdateIntfInfoFactory, &PlatformCfUpdateIntfInfoIs, et1)) {
+      EXPECT_EQ(i->intfId(), et1);
+   }
+   for (const auto& s : both(&cfUpdateProgrammedStatusFactory, &CfUpdateProgrammedStatusIs, 7)) {
+      EXPECT_TRUE(s->programmedIntf().empty());
+   }
+}
+
+TEST(Makers, VyrCfUpdateArmSm) {
+   using namespace CorrectionField;
+   auto chipInfo = Kiv::make<Asic::ChipInfo>(1, "chip1", Kiv::make<Asic::SimulatedChip>(8));
+   auto cfInfo = platformCfUpdateInfoFactory();
+   auto fap = cfInfo->logicalFapInfoIs(1, chipInfo->gif());
+   fap->intfInfoIs(et1);
+   auto em = Kiv::make<Statebase::EntityManager>();
+   auto programmerStatus = VyrPtp::Programmer::statusFactory();
+   const auto machines = both(&vyrCfUpdateArmSmFactory, &VyrCfUpdateArmSmIs, cfInfo, em, programmerStatus);
+   expectStarted(machines);
+   for (const auto& sm : machines) EXPECT_NE(sm->logicalFapSm(1), nullptr);
+
+   const auto status = cfUpdateProgrammedStatusFactory(1);
+   const auto chipMachines =
+       both(&vyrCfUpdateLogicalFapArmSmFactory, &VyrCfUpdateLogicalFapArmSmIs, fap, em, status);
+   expectStarted(chipMachines);
+   for (const auto& sm : chipMachines) EXPECT_NE(sm->intfInfo(et1), nullptr);
+
+   // Nested machines report to the owner given: binding programs the interface.
+   auto record = platformCfUpdateIntfInfoFactory(et1);
+   const auto nested = both(&nestedSm_IntfInfoFactory, &NestedSm_IntfInfoIs, record, chipMachines[0].get());
+   expectStarted(nested);
+   for (const auto& sm : nested) {
+      EXPECT_EQ(sm->intfInfo(), record.get());
+      EXPECT_EQ(sm->parent(), chipMachines[0].get());
+   }
+   expectStarted(both(&nestedSm_LogicalFapStatusWatcherFactory, &NestedSm_LogicalFapStatusWatcherIs,
+                      Pondo::Ptr<const CfUpdateProgrammedStatus>(status), machines[0].get()));
 }
 
 }  // namespace
