@@ -5,8 +5,9 @@
 // "<time of day> <PTP time> <ASIC time>" into <n>/ts, n being the chip's
 // logical FAP, and, when counters need initialisation, starts a chip's counter
 // once "init" appears in <n>/cfg (until then the file reads "0 0 0"). A
-// simulated FPGA's PTP counter follows virtual time. Per chip the library's
-// AsicTimestampFetcherWrapper opens and watches the file, and a
+// simulated FPGA's PTP counter follows virtual time. Per chip the file
+// machine of the library's hardware status machine (hw-status module) opens
+// and watches the file, an AsicTimestampFetcher reads through it and a
 // TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
 // egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
 // which are checked against the latch time. Like the kernel's live file, a
@@ -23,6 +24,7 @@
 #include "Module.h"
 #include "Platform/SimAsicTimeFiles.h"
 #include "VyrPtp/VyrHelperPtp.h"
+#include "VyrPtp/VyrPtpHwStatusSm.h"
 
 namespace Sim {
 namespace {
@@ -123,7 +125,10 @@ struct Tally {
 struct ChipTime {
    const Chip* chip;
    std::uint8_t unit;
-   Pondo::Ptr<VyrPtp::AsicTimestampFetcherWrapper> wrapper;
+   // The chip machine's file configuration and status, and a fetcher on them.
+   Pondo::Ptr<VyrPtp::AsicTimestampFileConfig> fileConfig;
+   Pondo::Ptr<const VyrPtp::AsicTimestampFileStatus> fileStatus;
+   Pondo::Ptr<VyrPtp::AsicTimestampFetcher> fileFetcher;
    Pondo::Ptr<VyrPtp::TimestampFetcher> hpxFetcher;
    Pondo::Ptr<ReadyWatch> watch;
    Pondo::Ptr<LatchWatch> latchWatch;
@@ -156,13 +161,14 @@ class AsicTimeModule final : public Module {
       }
       if (!sec) return;
       if (!sec.IsMap()) s.fail(sec, "'asicTime' is a map of settings");
-      s.onlyKeys(sec, {"initCounter", "waitForCounterInit", "hpx", "egressPeriod"});
+      s.onlyKeys(sec, {"initCounter", "hpx", "egressPeriod"});
       on_ = true;
       initCounter_ = s.get<bool>(sec, "initCounter", false);
-      waitForCounterInit_ = s.get<bool>(sec, "waitForCounterInit", false);
       hpxName_ = s.get<std::string>(sec, "hpx", "hpx1");
       egressPeriod_ = s.get<double>(sec, "egressPeriod", 0.25);
       if (egressPeriod_ <= 0) s.fail(sec["egressPeriod"], "'egressPeriod' must be positive");
+      // The kernel's files are there before any machine looks for them.
+      files_ = std::make_unique<Platform::SimAsicTimeFiles>();
    }
 
    void build(World& w) override {
@@ -179,8 +185,6 @@ class AsicTimeModule final : public Module {
                                             w.scenario.origin(), c.line, c.logicalFap));
          }
       }
-      files_ = std::make_unique<Platform::SimAsicTimeFiles>();
-
       const Kiv::Seconds utc = Kiv::currentTimeUtc();
       utcAtStartNs_ = std::uint64_t(std::floor(utc)) * kSecond + std::uint64_t(std::llround((utc - std::floor(utc)) * 1e9));
       loopAtStart_ = Kiv::currentTime();
@@ -199,11 +203,19 @@ class AsicTimeModule final : public Module {
          files_->unitIs(t.unit);
          writeTimeFile(t);
       }
+      auto* hwStatus = dynamic_cast<VyrPtp::Location::VyrPtpHwStatusSm*>(w.sysdb->entityPtr("ptp/hwStatusSm"));
       for (auto& [fap, t] : chips_) {
          ChipTime* chip = &t;
+         const VyrPtp::Location::VyrPtpHwStatusFapSm* fapSm =
+             hwStatus ? hwStatus->hwStatusFapSm(VyrPtp::UnitPort::FapId(fap)) : nullptr;
+         if (!fapSm || !fapSm->asicTimestampFileSm()) {
+            throw ScenarioError(fmt::format("chip {} has no ASIC time file machine", fap));
+         }
+         t.fileConfig = fapSm->asicTimestampFileConfig();
+         t.fileStatus = fapSm->asicTimestampFileStatus();
+         t.fileFetcher = VyrPtp::asicTimestampFetcherFactory(t.fileConfig, t.fileStatus);
          t.hpxFetcher = VyrPtp::timestampFetcherFactory(syncStatus, syncConfig);
-         t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
-         t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
+         t.watch = Kiv::make<ReadyWatch>(t.fileStatus, [this, chip](int fd) { fileReadyIs(*chip, fd); });
          auto* info = dynamic_cast<Asic::ChipInfo*>(w.sysdb->entityPtr(chipInfoName(fap)));
          if (auto* device = info ? dynamic_cast<Asic::SimulatedChip*>(info->device()) : nullptr) {
             t.latchWatch = Kiv::make<LatchWatch>(
@@ -212,7 +224,7 @@ class AsicTimeModule final : public Module {
                    if (chip->latchedSinceWrite && chip->fault != "missing") writeTimeFile(*chip);
                 });
          }
-         fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
+         fileReadyIs(t, t.fileStatus->timestampFd());
       }
       kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });
       kernel_->timeMinIs(Kiv::currentTime() + kKernelPeriod);
@@ -261,15 +273,15 @@ class AsicTimeModule final : public Module {
 
    void report(World&, std::string& out) override {
       if (!on_) return;
-      out += fmt::format("ASIC time (initCounter {}, waitForCounterInit {}, egress timestamp every {} s per chip):\n",
-                         initCounter_, waitForCounterInit_, egressPeriod_);
+      out += fmt::format("ASIC time (initCounter {}, egress timestamp every {} s per chip):\n", initCounter_,
+                         egressPeriod_);
       for (auto& [fap, t] : chips_) {
-         const auto* st = t.wrapper->fileStatus();
+         const auto* st = t.fileStatus.get();
          out += fmt::format("  chip {}: /proc/asic-time/{}/ts {}, first ready at {}, ready {} time(s), {} reopen "
                             "request(s) after failed reads\n",
                             fap, t.unit, st->ready() ? "ready" : "NOT ready",
                             t.firstReady < 0 ? "never" : fmt::format("{:.3f} s", t.firstReady), t.readyPeriods,
-                            t.wrapper->fileConfig()->startPollingGenId());
+                            t.fileConfig->startPollingGenId());
          out += fmt::format("    via ASIC time file: {}\n", t.viaFile.toString());
          out += fmt::format("    via FPGA counter:   {}; fetcher errors {}\n", t.viaHpx.toString(),
                             t.hpxFetcher->errors());
@@ -358,7 +370,7 @@ class AsicTimeModule final : public Module {
          ++t.sequenceId;
          const auto& intfs = t.chip->interfaces;
          const Wyx::IntfId intf = intfs.empty() ? Wyx::IntfId() : intfs[t.sequenceId % intfs.size()];
-         widen(t, *t.wrapper->timestampFetcher(), t.viaFile, latched, intf, "file");
+         widen(t, *t.fileFetcher, t.viaFile, latched, intf, "file");
          widen(t, *t.hpxFetcher, t.viaHpx, latched, intf, "FPGA");
       }
       egress_->timeMinIs(now + egressPeriod_);
@@ -366,7 +378,6 @@ class AsicTimeModule final : public Module {
 
    bool on_ = false;
    bool initCounter_ = false;
-   bool waitForCounterInit_ = false;
    std::string hpxName_;
    double egressPeriod_ = 0.25;
    World* world_ = nullptr;

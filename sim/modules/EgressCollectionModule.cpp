@@ -1,11 +1,11 @@
-// Egress timestamp collection (section `egressCollection`, events `traffic`
-// and `timestampLocation`).
+// Egress timestamp collection (section `egressCollection`, event `traffic`).
 //
 // Chosen interfaces send PTP event messages at a steady rate; each message is
 // latched by its chip's egress slot (the simulated chips of the platform
 // module, slot = the interface's position on its chip). The library's polling
 // adapter takes the egress decisions ("ptp/egressTimestampIntfStatus") less
-// the interfaces timestamped at their PHY ("ptp/timestampLocationConfig"), and
+// the interfaces timestamped at their PHY ("ptp/timestampLocationConfig",
+// written by the location machine of the hw-status module), and
 // its aggregate runs one collector per chip, taking full time from the chip's
 // time source of the asicTime module: the FPGA counter or the chip's ASIC time
 // file. The report follows every message to its publication in
@@ -16,12 +16,9 @@
 //     counterNeedsInit: true                    # the product's ASIC time counters need "init"
 //     start: 0.5                                # when traffic starts (s)
 //     traffic: {Ethernet1/1: 128, Ethernet3/1: 16}   # messages per second
-//     externalPhy: [Ethernet2/2]                # interfaces timestamped at their PHY
 //   timeline:
 //     - at: 2.0
 //       traffic: {Ethernet1/1: 0}
-//     - at: 4.0
-//       timestampLocation: {Ethernet3/1: externalPhy}   # or chip
 //
 // Messages are followed while in flight; what became of them is kept as
 // running counts and a bounded histogram of delays per interface, so a long
@@ -45,6 +42,7 @@
 #include "Platform/File.h"
 #include "Platform/ProductAttributes.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
+#include "Watch.h"
 
 namespace Sim {
 namespace {
@@ -55,19 +53,6 @@ using Wyx::IntfId;
 constexpr U64 kMillisecond = 1'000'000;
 // One row of the report's table per interface.
 constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
-
-// Hands every change of an entity to a function.
-template <class T>
-class Watch final : public Kiv::Reactor {
-  public:
-   Watch(Pondo::Ptr<const T> entity, std::function<void(const Kiv::Change&)> onChange)
-       : entity_(this, std::move(entity), &Watch::on_entity), onChange_(std::move(onChange)) {}
-
-  private:
-   void on_entity(const Kiv::Change& c) { onChange_(c); }
-   Kiv::Input<const T> entity_;
-   std::function<void(const Kiv::Change&)> onChange_;
-};
 
 // What became of one message.
 enum Fate {
@@ -144,7 +129,7 @@ class EgressCollectionModule final : public Module {
    std::string name() const override { return "egress-collection"; }
    int order() const override { return 60; }
    std::vector<std::string> sections() const override { return {"egressCollection"}; }
-   std::vector<std::string> events() const override { return {"traffic", "timestampLocation"}; }
+   std::vector<std::string> events() const override { return {"traffic"}; }
 
    ~EgressCollectionModule() override {
       for (ChipState& c : chips_) {
@@ -156,7 +141,7 @@ class EgressCollectionModule final : public Module {
    void load(const Scenario& s) override {
       YAML::Node sec = s.section("egressCollection");
       for (const Event& e : s.timeline()) {
-         if ((e.kind == "traffic" || e.kind == "timestampLocation") && !sec) {
+         if (e.kind == "traffic" && !sec) {
             throw ScenarioError(
                 fmt::format("{}:{}: '{}' needs an 'egressCollection' section", s.origin(), e.line, e.kind));
          }
@@ -166,7 +151,7 @@ class EgressCollectionModule final : public Module {
       if (!s.section("asicTime")) {
          s.fail(sec, "'egressCollection' needs the 'asicTime' section, which provides the chips' time sources");
       }
-      s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic", "externalPhy"});
+      s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic"});
       on_ = true;
       counterNeedsInit_ = s.get<bool>(sec, "counterNeedsInit", false);
       start_ = s.get<double>(sec, "start", 0.0);
@@ -209,14 +194,8 @@ class EgressCollectionModule final : public Module {
       if (YAML::Node traffic = sec["traffic"]) {
          for (auto [intf, rate] : rates(traffic)) flows_.at(intf).rate = rate;
       }
-      std::vector<IntfId> externalPhy;
-      if (YAML::Node phy = sec["externalPhy"]) {
-         if (!phy.IsSequence()) w.scenario.fail(phy, "'externalPhy' is a list of interfaces");
-         for (const YAML::Node& i : phy) externalPhy.push_back(chipIntf(i));
-      }
       for (const Event& e : w.scenario.timeline()) {
          if (e.kind == "traffic") rates(e.body);
-         if (e.kind == "timestampLocation") locations(e.body);
       }
 
       decisions_ = db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus");
@@ -228,10 +207,6 @@ class EgressCollectionModule final : public Module {
       db.entityPtrIs("statebase/entityManager", em);
       tsInfo_ = VyrPtp::platformEgressTsInfoFactory();
       db.entityPtrIs("platform/egressTsInfo", tsInfo_);
-      for (IntfId i : externalPhy) {
-         location_->enabledPhysicalIntfConfigIs(i)->locationIs(Ptp::Location::Location::externalPhy);
-      }
-
       for (ChipState& c : chips_) {
          c.watch = Kiv::make<Watch<Asic::SimulatedChip>>(c.device, [this, &c](const Kiv::Change& ch) {
             if (ch.field == Asic::SimulatedChip::F::read) readOut(c, ch.keyAs<Asic::EgressTsSwTableKey>());
@@ -271,22 +246,11 @@ class EgressCollectionModule final : public Module {
    }
 
    void apply(const Event& e, World& w) override {
-      if (e.kind == "traffic") {
-         for (auto [intf, rate] : rates(e.body)) {
-            w.log("egress collection: {} sends {} PTP event messages per second", intf.shortName(), rate);
-            Flow& f = flows_.at(intf);
-            f.rate = rate;
-            f.timer->timeMinIs(rate > 0 ? Kiv::currentTime() + 1 / rate : Kiv::kNever);
-         }
-      } else {
-         for (auto [intf, phy] : locations(e.body)) {
-            w.log("egress collection: {} timestamped at its {}", intf.shortName(), phy ? "PHY" : "chip");
-            if (phy) {
-               location_->enabledPhysicalIntfConfigIs(intf)->locationIs(Ptp::Location::Location::externalPhy);
-            } else {
-               location_->enabledPhysicalIntfConfigDel(intf);
-            }
-         }
+      for (auto [intf, rate] : rates(e.body)) {
+         w.log("egress collection: {} sends {} PTP event messages per second", intf.shortName(), rate);
+         Flow& f = flows_.at(intf);
+         f.rate = rate;
+         f.timer->timeMinIs(rate > 0 ? Kiv::currentTime() + 1 / rate : Kiv::kNever);
       }
    }
 
@@ -335,19 +299,6 @@ class EgressCollectionModule final : public Module {
          const double rate = scenario_->as<double>(kv.second, "rate");
          if (rate < 0 || rate > 10000) scenario_->fail(kv.second, "a message rate must be 0..10000 per second");
          r.emplace_back(chipIntf(kv.first), rate);
-      }
-      return r;
-   }
-   // true: timestamped at the PHY.
-   std::vector<std::pair<IntfId, bool>> locations(const YAML::Node& n) const {
-      if (!n.IsMap()) scenario_->fail(n, "'timestampLocation' maps interfaces to externalPhy or chip");
-      std::vector<std::pair<IntfId, bool>> r;
-      for (const auto& kv : n) {
-         const auto where = scenario_->as<std::string>(kv.second, "location");
-         if (where != "externalPhy" && where != "chip") {
-            scenario_->fail(kv.second, fmt::format("'{}' is not a timestamp location (externalPhy or chip)", where));
-         }
-         r.emplace_back(chipIntf(kv.first), where == "externalPhy");
       }
       return r;
    }
