@@ -21,6 +21,7 @@
 #include "VyrPtp/VyrCfUpdateArmSm.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
 #include "VyrPtp/VyrHelperPtp.h"
+#include "VyrPtp/VyrPtpHwStatusSm.h"
 
 using Wyx::IntfId;
 
@@ -303,6 +304,26 @@ TEST(Makers, VyrCfUpdateArmSm) {
    }
    expectStarted(both(&nestedSm_LogicalFapStatusWatcherFactory, &NestedSm_LogicalFapStatusWatcherIs,
                       Pondo::Ptr<const CfUpdateProgrammedStatus>(status), machines[0].get()));
+}
+
+TEST(Makers, VyrPtpHwStatusSm) {
+   using namespace VyrPtp::Location;
+   Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(Platform::Attributes{false, false}));
+   {
+      auto owner = vyrPtpHwStatusSmFactory(
+          Kiv::make<VyrPtp::UnitPort::PlatformUnitPortInfo>("unit"), Kiv::make<Ptp::HwConfig>("hwConfig"),
+          Kiv::make<VyrPtp::PtpTimestampLocationConfig>("location"), Kiv::make<Kiv::Dir>("islands"),
+          Kiv::make<Kiv::Dir>("timeSync"), true, Kiv::make<Ptp::HwStatus>("hwStatus"));
+      auto timeSync = Kiv::make<PtpTimeSync::HwStatus>("Linecard3");
+      const auto nested = both(&nestedSm_TimeSyncHwStatusFactory, &NestedSm_TimeSyncHwStatusIs,
+                               Pondo::Ptr<const PtpTimeSync::HwStatus>(timeSync), owner.get(), "Linecard3");
+      expectStarted(nested);
+      for (const auto& sm : nested) {
+         EXPECT_EQ(sm->notifier(), timeSync.get());
+         EXPECT_EQ(sm->ownerSm(), owner.get());
+      }
+   }
+   Platform::productAttributesIs(nullptr);
 }
 
 }  // namespace
