@@ -11,6 +11,7 @@
 #include "VyrPtp/VyrHelperPtp.h"
 
 using VyrPtp::AsicTimestampFileConfig;
+using VyrPtp::AsicTimestampFileSm;
 using VyrPtp::AsicTimestampFileStatus;
 using VyrPtp::U32;
 using VyrPtp::U64;
@@ -197,6 +198,33 @@ TEST_F(AsicTimeFile, WithoutClockThereIsNoPolling) {
    dir.write("1/ts", "5 6 7\n");
    config->startPollingGenIdInc(1);
    EXPECT_TRUE(status->ready());
+}
+
+TEST_F(AsicTimeFile, NullConfigOrStatusIsRejectedNamingTheArgument) {
+   config = VyrPtp::asicTimestampFileConfigFactory(kTs, kCfg, false, false);
+   auto expectError = [](auto make, const char* text) {
+      try {
+         make();
+         ADD_FAILURE() << "no error for " << text;
+      } catch (const Kiv::Error& e) {
+         EXPECT_STREQ(e.what(), text);
+      }
+   };
+   const char* noConfig = "null entity reference for argument 'config'";
+   const char* noStatus = "null entity reference for argument 'status'";
+   expectError([&] { VyrPtp::asicTimestampFileSmFactory(nullptr, status, loop.clock()); }, noConfig);
+   expectError([&] { VyrPtp::AsicTimestampFileSmIs(nullptr, status, loop.clock()); }, noConfig);
+   expectError([&] { VyrPtp::asicTimestampFileSmFactory(config, nullptr, loop.clock()); }, noStatus);
+
+   auto wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(2, false, false);
+   AsicTimestampFileSm* existing = wrapper->fileSm();
+   expectError([&] { wrapper->fileSmIs(nullptr, status, loop.clock()); }, noConfig);
+   expectError([&] { wrapper->fileSmIs(config, nullptr, loop.clock()); }, noStatus);
+   EXPECT_EQ(wrapper->fileSm(), existing);
+   wrapper->fileSmDel();
+   expectError([&] { wrapper->fileSmIs(nullptr, status, loop.clock()); }, noConfig);
+   EXPECT_EQ(wrapper->fileSm(), nullptr);
+   EXPECT_EQ(config->subscribers(), 0u);
 }
 
 TEST_F(AsicTimeFile, MachineClosesItsDescriptorWhenItGoes) {

@@ -274,10 +274,58 @@ TEST_F(ProgrammerAggregatorSmTest, NestedMachinesFollowTheReports) {
    report("A", et1, false);
    NestedSm_IntfStatus* nested = sm->intfStatus({"A", et1});
    ASSERT_NE(nested, nullptr);
-   EXPECT_EQ(nested->intfInfo(), status->intfStatus({"A", et1}));
+   EXPECT_EQ(nested->notifier(), status->intfStatus({"A", et1}));
    EXPECT_EQ(nested->parent(), sm.get());
+   EXPECT_EQ(nested->ownerSm(), sm.get());
    EXPECT_THROW(sm->intfStatusIs(intfInfoFactory({"A", et1})), Kiv::Error);
    EXPECT_THROW(aggregatorSmFactory(status, nullptr), Kiv::Error);
+}
+
+TEST_F(ProgrammerAggregatorSmTest, ANestedMachineFollowsItsNotifierAndForwardsItsGeneration) {
+   status->programmerActiveIs("A");
+   status->programmerActiveIs("B");
+   staticRecord(et1);
+   staticRecord(et2);
+   start();
+   report("A", et1, true);
+   report("B", et2, true);
+   ASSERT_EQ(readiness(et1), kReady);
+   NestedSm_IntfStatus* nested = sm->intfStatus({"A", et1});
+   ASSERT_NE(nested, nullptr);
+   Pondo::Ptr<IntfInfo> other = status->intfStatus({"B", et2});
+
+   nested->notifierIs(other);
+   EXPECT_EQ(nested->notifier(), other.get());
+   EXPECT_EQ(sm->intfStatus({"A", et1}), nested);  // still under the key it was made for
+   // The record it left is no longer heard.
+   traces.clear();
+   status->intfStatus({"A", et1})->generationIs({2, false});
+   EXPECT_EQ(traces.count(8, "handleIntfStatus: programmerType A, intfId Ethernet1/1"), 0u);
+
+   // The new one is, through onAttribute, judged under its own key; the
+   // aggregator's own machine for (B, et2) judges it as well.
+   other->generationIs({2, false});
+   EXPECT_EQ(traces.count(8, "handleIntfStatus: programmerType B, intfId Ethernet2/1"), 2u);
+   EXPECT_EQ(readiness(et2), kNotReady);
+   EXPECT_EQ(readiness(et1), kReady);
+}
+
+TEST_F(ProgrammerAggregatorSmTest, ANestedMachineMadeOnItsOwnForwardsToItsOwner) {
+   status->programmerActiveIs("A");
+   staticRecord(et1);
+   start();
+   auto record = intfInfoFactory({"A", et1});
+   auto viaFactory = nestedSm_IntfStatusFactory(record, sm.get());
+   auto viaMaker = NestedSm_IntfStatusIs(record, sm.get());
+   EXPECT_EQ(viaFactory->ownerSm(), sm.get());
+   EXPECT_EQ(viaMaker->notifier(), record.get());
+   EXPECT_EQ(record->subscribers(), 2u);
+   traces.clear();
+   record->generationIs({1, true});  // not in the status: both judge et1 from the status alone
+   EXPECT_EQ(traces.count(8, "handleIntfStatus: programmerType A, intfId Ethernet1/1"), 2u);
+   EXPECT_FALSE(readiness(et1));
+   EXPECT_THROW(nestedSm_IntfStatusFactory(record, nullptr), Kiv::Error);
+   EXPECT_THROW(NestedSm_IntfStatusIs(nullptr, sm.get()), Kiv::Error);
 }
 
 }  // namespace

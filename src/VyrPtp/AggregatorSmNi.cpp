@@ -223,4 +223,28 @@ Pondo::Ptr<PipelineInfoSm> pipelineInfoSmFactory(Pondo::Ptr<const PtpPipelineInf
    return Kiv::make<PipelineInfoSm>(std::move(pipelineInfoStatus), std::move(ptpActions), std::move(pipelineAggState));
 }
 
+Pondo::Ptr<IntfInfoSm> intfInfoSmFactory(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
+                                         Pondo::Ptr<const PtpActions> ptpActions) {
+   return Kiv::make<IntfInfoSm>(std::move(intfInfo), std::move(hwIntfStatus), std::move(ptpActions));
+}
+
+Pondo::Ptr<AggregatorSmNi> AggregatorSmNiIs(Pondo::Ptr<Ptp::HwStatus> hwStatus,
+                                            Pondo::Ptr<const PtpIntfInfoStatus> intfInfoStatus,
+                                            Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
+                                            Pondo::Ptr<const PtpActions> ptpActions) {
+   return aggregatorSmNiFactory(std::move(hwStatus), std::move(intfInfoStatus), std::move(pipelineInfoStatus),
+                                std::move(ptpActions));
+}
+
+Pondo::Ptr<PipelineInfoSm> PipelineInfoSmIs(Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
+                                            Pondo::Ptr<const PtpActions> ptpActions,
+                                            Pondo::Ptr<PtpPipelineAggState> pipelineAggState) {
+   return pipelineInfoSmFactory(std::move(pipelineInfoStatus), std::move(ptpActions), std::move(pipelineAggState));
+}
+
+Pondo::Ptr<IntfInfoSm> IntfInfoSmIs(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
+                                    Pondo::Ptr<const PtpActions> ptpActions) {
+   return intfInfoSmFactory(std::move(intfInfo), std::move(hwIntfStatus), std::move(ptpActions));
+}
+
 }  // namespace VyrPtp

@@ -132,5 +132,19 @@ VYRPTP_EXPORT Pondo::Ptr<AggregatorSmNi> aggregatorSmNiFactory(
 VYRPTP_EXPORT Pondo::Ptr<PipelineInfoSm> pipelineInfoSmFactory(
     Pondo::Ptr<const Programmer::PtpPipelineInfoStatus> pipelineInfoStatus,
     Pondo::Ptr<const ActionTypes::PtpActions> ptpActions, Pondo::Ptr<PtpPipelineAggState> pipelineAggState);
+// An interface machine of no aggregator.
+VYRPTP_EXPORT Pondo::Ptr<IntfInfoSm> intfInfoSmFactory(Pondo::Ptr<const Programmer::PtpIntfInfo> intfInfo,
+                                                       Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
+                                                       Pondo::Ptr<const ActionTypes::PtpActions> ptpActions);
+VYRPTP_EXPORT Pondo::Ptr<AggregatorSmNi> AggregatorSmNiIs(
+    Pondo::Ptr<Ptp::HwStatus> hwStatus, Pondo::Ptr<const Programmer::PtpIntfInfoStatus> intfInfoStatus,
+    Pondo::Ptr<const Programmer::PtpPipelineInfoStatus> pipelineInfoStatus,
+    Pondo::Ptr<const ActionTypes::PtpActions> ptpActions);
+VYRPTP_EXPORT Pondo::Ptr<PipelineInfoSm> PipelineInfoSmIs(
+    Pondo::Ptr<const Programmer::PtpPipelineInfoStatus> pipelineInfoStatus,
+    Pondo::Ptr<const ActionTypes::PtpActions> ptpActions, Pondo::Ptr<PtpPipelineAggState> pipelineAggState);
+VYRPTP_EXPORT Pondo::Ptr<IntfInfoSm> IntfInfoSmIs(Pondo::Ptr<const Programmer::PtpIntfInfo> intfInfo,
+                                                  Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
+                                                  Pondo::Ptr<const ActionTypes::PtpActions> ptpActions);
 
 }  // namespace VyrPtp

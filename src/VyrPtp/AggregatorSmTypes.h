@@ -24,5 +24,6 @@ class VYRPTP_EXPORT PtpPipelineAggState : public Kiv::Entity {
 };
 
 VYRPTP_EXPORT Pondo::Ptr<PtpPipelineAggState> ptpPipelineAggStateFactory();
+VYRPTP_EXPORT Pondo::Ptr<PtpPipelineAggState> PtpPipelineAggStateIs();
 
 }  // namespace VyrPtp

@@ -335,4 +335,64 @@ Pondo::Ptr<EgressTimestampIntfSm> egressTimestampIntfSmFactory(
                                            std::move(ptpStatus), std::move(egressTimestampIntfStatus));
 }
 
+Pondo::Ptr<LagPortDSMember> lagPortDSMemberFactory(const Ptp::PortDSKey& lagPortDSKey) {
+   return Kiv::make<LagPortDSMember>(lagPortDSKey);
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> intfConfigSmFactory(Wyx::IntfId intfId, EgressTimestampIntfSm* sm,
+                                                                    Pondo::Ptr<const Ptp::HwIntfConfig> config) {
+   return Kiv::make<EgressTimestampIntfSm::IntfConfigSm>(intfId, sm, std::move(config));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::IntfStatusSm> intfStatusSmFactory(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Interface::EthPhyIntfStatus> status) {
+   return Kiv::make<EgressTimestampIntfSm::IntfStatusSm>(intfId, sm, std::move(status));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> portDSSmFactory(const Ptp::PortDSKey& key, EgressTimestampIntfSm* sm,
+                                                            Pondo::Ptr<const Ptp::PortDS> portDS) {
+   return Kiv::make<EgressTimestampIntfSm::PortDSSm>(key, sm, std::move(portDS));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> programmedMemberSmFactory(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member) {
+   return Kiv::make<EgressTimestampIntfSm::ProgrammedMemberSm>(intfId, sm, std::move(member));
+}
+
+Pondo::Ptr<EgressTimestampIntfStatus> EgressTimestampIntfStatusIs(const Pondo::String& name) {
+   return egressTimestampIntfStatusFactory(name);
+}
+
+Pondo::Ptr<LagPortDSMember> LagPortDSMemberIs(const Ptp::PortDSKey& lagPortDSKey) {
+   return lagPortDSMemberFactory(lagPortDSKey);
+}
+
+Pondo::Ptr<EgressTimestampIntfSm> EgressTimestampIntfSmIs(
+    Pondo::Ptr<const Interface::AllEthPhyIntfStatusDir> ethPhyIntfStatus,
+    Pondo::Ptr<const Hardware::Lag::Status> lagStatus, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const Ptp::Status> ptpStatus, Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus) {
+   return egressTimestampIntfSmFactory(std::move(ethPhyIntfStatus), std::move(lagStatus), std::move(ptpHwConfig),
+                                       std::move(ptpStatus), std::move(egressTimestampIntfStatus));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> IntfConfigSmIs(Wyx::IntfId intfId, EgressTimestampIntfSm* sm,
+                                                               Pondo::Ptr<const Ptp::HwIntfConfig> config) {
+   return intfConfigSmFactory(intfId, sm, std::move(config));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::IntfStatusSm> IntfStatusSmIs(Wyx::IntfId intfId, EgressTimestampIntfSm* sm,
+                                                               Pondo::Ptr<const Interface::EthPhyIntfStatus> status) {
+   return intfStatusSmFactory(intfId, sm, std::move(status));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> PortDSSmIs(const Ptp::PortDSKey& key, EgressTimestampIntfSm* sm,
+                                                       Pondo::Ptr<const Ptp::PortDS> portDS) {
+   return portDSSmFactory(key, sm, std::move(portDS));
+}
+
+Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> ProgrammedMemberSmIs(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member) {
+   return programmedMemberSmFactory(intfId, sm, std::move(member));
+}
+
 }  // namespace VyrPtp

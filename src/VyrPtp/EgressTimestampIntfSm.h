@@ -144,7 +144,7 @@ class VYRPTP_EXPORT EgressTimestampIntfSm : public Kiv::Reactor {
    void enableEgressTimestampPolling(Wyx::IntfId intfId, const Ptp::ClockIdentity& clockIdentity);
    void disableEgressTimestampPolling(Wyx::IntfId intfId);
 
-  private:
+   // Nested reactors, one per member entity of an input.
    template <class E, Kiv::FieldId watched, bool runOnBinding>
    class MemberSm;
    class IntfConfigSm;
@@ -152,6 +152,7 @@ class VYRPTP_EXPORT EgressTimestampIntfSm : public Kiv::Reactor {
    class PortDSSm;
    class ProgrammedMemberSm;
 
+  private:
    void on_ethPhyIntfStatus(const Kiv::Change& c);
    void on_lagStatus(const Kiv::Change& c);
    void on_ptpHwConfig(const Kiv::Change& c);
@@ -188,7 +189,9 @@ class EgressTimestampIntfSm::MemberSm : public Kiv::Reactor {
   public:
    using Watched = E;
    MemberSm(EgressTimestampIntfSm* sm, Pondo::Ptr<const E> entity)
-       : Reactor(sm), sm_(sm), entity_(this, std::move(entity), &MemberSm::onChange, &MemberSm::onBinding) {}
+       : Reactor(Kiv::nonNull(sm, "egressTimestampIntfSm")),
+         sm_(sm),
+         entity_(this, Kiv::nonNull(entity, "entity"), &MemberSm::onChange, &MemberSm::onBinding) {}
 
   protected:
    virtual void handle() = 0;
@@ -254,9 +257,36 @@ class EgressTimestampIntfSm::ProgrammedMemberSm final
 };
 
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatusFactory(const Pondo::String& name);
+VYRPTP_EXPORT Pondo::Ptr<LagPortDSMember> lagPortDSMemberFactory(const Ptp::PortDSKey& lagPortDSKey);
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm> egressTimestampIntfSmFactory(
     Pondo::Ptr<const Interface::AllEthPhyIntfStatusDir> ethPhyIntfStatus,
     Pondo::Ptr<const Hardware::Lag::Status> lagStatus, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
     Pondo::Ptr<const Ptp::Status> ptpStatus, Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus);
+// Nested reactors made on their own report to `sm` as those it makes itself do.
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> intfConfigSmFactory(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Ptp::HwIntfConfig> config);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfStatusSm> intfStatusSmFactory(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Interface::EthPhyIntfStatus> status);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> portDSSmFactory(const Ptp::PortDSKey& key,
+                                                                         EgressTimestampIntfSm* sm,
+                                                                         Pondo::Ptr<const Ptp::PortDS> portDS);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> programmedMemberSmFactory(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member);
+
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfStatus> EgressTimestampIntfStatusIs(const Pondo::String& name);
+VYRPTP_EXPORT Pondo::Ptr<LagPortDSMember> LagPortDSMemberIs(const Ptp::PortDSKey& lagPortDSKey);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm> EgressTimestampIntfSmIs(
+    Pondo::Ptr<const Interface::AllEthPhyIntfStatusDir> ethPhyIntfStatus,
+    Pondo::Ptr<const Hardware::Lag::Status> lagStatus, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const Ptp::Status> ptpStatus, Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> IntfConfigSmIs(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Ptp::HwIntfConfig> config);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfStatusSm> IntfStatusSmIs(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Interface::EthPhyIntfStatus> status);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> PortDSSmIs(const Ptp::PortDSKey& key,
+                                                                    EgressTimestampIntfSm* sm,
+                                                                    Pondo::Ptr<const Ptp::PortDS> portDS);
+VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> ProgrammedMemberSmIs(
+    Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member);
 
 }  // namespace VyrPtp

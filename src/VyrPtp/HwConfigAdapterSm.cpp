@@ -11,10 +11,10 @@ Kiv::Tracer trace{"AdapterSm"};
 HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId,
                                                                     HwConfigAdapterSm* adapter,
                                                                     Pondo::Ptr<const Ptp::HwIntfConfig> config)
-    : Reactor(adapter),
+    : Reactor(Kiv::nonNull(adapter, "adapter")),
       adapter_(adapter),
       intfId_(intfId),
-      config_(this, std::move(config), &NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig) {}
+      config_(this, Kiv::nonNull(config, "config"), &NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig) {}
 
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig(const Kiv::Change& c) {
    if (c.field == Ptp::HwIntfConfig::F::enabled ||
@@ -226,6 +226,23 @@ Pondo::Ptr<HwConfigAdapterSm> hwConfigAdapterSmFactory(Pondo::Ptr<const Ptp::HwC
                                                        Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
                                                        Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig) {
    return Kiv::make<HwConfigAdapterSm>(std::move(ptpHwConfig), std::move(vcsd), std::move(outputPtpHwConfig));
+}
+
+
+Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> nestedSm_PtpHwIntfConfigFactory(
+    Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config) {
+   return Kiv::make<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig>(intfId, adapter, std::move(config));
+}
+
+Pondo::Ptr<HwConfigAdapterSm> HwConfigAdapterSmIs(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                                  Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
+                                                  Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig) {
+   return hwConfigAdapterSmFactory(std::move(ptpHwConfig), std::move(vcsd), std::move(outputPtpHwConfig));
+}
+
+Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> NestedSm_PtpHwIntfConfigIs(
+    Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config) {
+   return nestedSm_PtpHwIntfConfigFactory(intfId, adapter, std::move(config));
 }
 
 }  // namespace VyrPtp

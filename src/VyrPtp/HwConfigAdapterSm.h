@@ -46,9 +46,9 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    void updateIntf(const Ptp::HwIntfConfig& config, Wyx::IntfId intfId);
    void deleteIntf(Wyx::IntfId intfId);
 
-  private:
    class NestedSm_PtpHwIntfConfig;
 
+  private:
    void on_ptpHwConfig(const Kiv::Change& c);
    void on_vcsd(const Kiv::Change& c);
    void onConstruct() override;
@@ -85,5 +85,12 @@ class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::Reactor {
 VYRPTP_EXPORT Pondo::Ptr<HwConfigAdapterSm> hwConfigAdapterSmFactory(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                                                      Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
                                                                      Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig);
+VYRPTP_EXPORT Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> nestedSm_PtpHwIntfConfigFactory(
+    Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config);
+VYRPTP_EXPORT Pondo::Ptr<HwConfigAdapterSm> HwConfigAdapterSmIs(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                                                Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
+                                                                Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig);
+VYRPTP_EXPORT Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> NestedSm_PtpHwIntfConfigIs(
+    Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config);
 
 }  // namespace VyrPtp

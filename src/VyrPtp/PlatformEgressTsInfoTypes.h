@@ -129,6 +129,13 @@ class VYRPTP_EXPORT ArmTables : public Kiv::Entity {
 VYRPTP_EXPORT Pondo::Ptr<PlatformEgressTsInfo> platformEgressTsInfoFactory();
 VYRPTP_EXPORT Pondo::Ptr<LogicalFapArmTables> logicalFapArmTablesFactory(LogicalFapId logicalFapId);
 VYRPTP_EXPORT Pondo::Ptr<ArmTables> armTablesFactory();
+VYRPTP_EXPORT Pondo::Ptr<PlatformEgressTsLogicalFapInfo> platformEgressTsLogicalFapInfoFactory(
+    LogicalFapId logicalFapId, std::uint8_t asicTimeId, Pondo::Ptr<const Asic::ChipInfo> chipInfo);
+VYRPTP_EXPORT Pondo::Ptr<PlatformEgressTsInfo> PlatformEgressTsInfoIs();
+VYRPTP_EXPORT Pondo::Ptr<LogicalFapArmTables> LogicalFapArmTablesIs(LogicalFapId logicalFapId);
+VYRPTP_EXPORT Pondo::Ptr<ArmTables> ArmTablesIs();
+VYRPTP_EXPORT Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsLogicalFapInfoIs(
+    LogicalFapId logicalFapId, std::uint8_t asicTimeId, Pondo::Ptr<const Asic::ChipInfo> chipInfo);
 
 }  // namespace VyrPtp
 

@@ -9,11 +9,11 @@ Kiv::Tracer trace{"ProgrammerAggregatorSm"};
 // --- NestedSm_IntfStatus ---
 
 NestedSm_IntfStatus::NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator)
-    : Kiv::Reactor(aggregator), intfInfo_(this, std::move(intfInfo), &NestedSm_IntfStatus::on_intfInfo) {}
+    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), Kiv::nonNull(aggregator, "aggregator")) {}
 
-void NestedSm_IntfStatus::on_intfInfo(const Kiv::Change& c) {
-   if (c.field != IntfInfo::F::generation) return;
-   if (auto* aggregator = static_cast<AggregatorSm*>(parent())) aggregator->handleIntfStatus(intfInfo_->intf());
+// Judged under the key of the report now watched, which notifierIs may have changed.
+void NestedSm_IntfStatus::onAttribute(const Kiv::Change& c) {
+   if (c.field == IntfInfo::F::generation) ownerSm()->handleIntfStatus(notifier()->intf());
 }
 
 // --- AggregatorSm ---
@@ -118,6 +118,19 @@ void AggregatorSm::intfStatusDelAll() {
 Pondo::Ptr<AggregatorSm> aggregatorSmFactory(Pondo::Ptr<const Status> programmerStatus,
                                              Pondo::Ptr<Ptp::HwStatus> hwStatus) {
    return Kiv::make<AggregatorSm>(std::move(programmerStatus), std::move(hwStatus));
+}
+
+Pondo::Ptr<AggregatorSm> AggregatorSmIs(Pondo::Ptr<const Status> programmerStatus, Pondo::Ptr<Ptp::HwStatus> hwStatus) {
+   return aggregatorSmFactory(std::move(programmerStatus), std::move(hwStatus));
+}
+
+Pondo::Ptr<NestedSm_IntfStatus> nestedSm_IntfStatusFactory(Pondo::Ptr<const IntfInfo> intfInfo,
+                                                           AggregatorSm* aggregator) {
+   return Kiv::make<NestedSm_IntfStatus>(std::move(intfInfo), aggregator);
+}
+
+Pondo::Ptr<NestedSm_IntfStatus> NestedSm_IntfStatusIs(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator) {
+   return nestedSm_IntfStatusFactory(std::move(intfInfo), aggregator);
 }
 
 }  // namespace VyrPtp::Programmer

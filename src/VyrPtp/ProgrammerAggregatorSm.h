@@ -16,18 +16,15 @@ namespace VyrPtp::Programmer {
 class AggregatorSm;
 
 // Watches one report and hands a change of its generation to the aggregator.
-class VYRPTP_EXPORT NestedSm_IntfStatus : public Kiv::Reactor {
+class VYRPTP_EXPORT NestedSm_IntfStatus : public Kiv::NestedSm<AggregatorSm, const IntfInfo> {
   public:
    NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator);
 
-   const IntfInfo* intfInfo() const { return intfInfo_.get(); }
    // Compared when the aggregator is asked again for the machine of a report.
-   auto fixedArgs() const { return std::make_tuple(intfInfo_.ptr(), parent()); }
+   auto fixedArgs() const { return std::make_tuple(Pondo::Ptr<const IntfInfo>(notifier()), ownerSm()); }
 
   private:
-   void on_intfInfo(const Kiv::Change& c);
-
-   Kiv::Input<const IntfInfo> intfInfo_;
+   void onAttribute(const Kiv::Change& c) override;
 };
 
 class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
@@ -69,5 +66,11 @@ class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
 
 VYRPTP_EXPORT Pondo::Ptr<AggregatorSm> aggregatorSmFactory(Pondo::Ptr<const Status> programmerStatus,
                                                            Pondo::Ptr<Ptp::HwStatus> hwStatus);
+VYRPTP_EXPORT Pondo::Ptr<AggregatorSm> AggregatorSmIs(Pondo::Ptr<const Status> programmerStatus,
+                                                      Pondo::Ptr<Ptp::HwStatus> hwStatus);
+VYRPTP_EXPORT Pondo::Ptr<NestedSm_IntfStatus> nestedSm_IntfStatusFactory(Pondo::Ptr<const IntfInfo> intfInfo,
+                                                                         AggregatorSm* aggregator);
+VYRPTP_EXPORT Pondo::Ptr<NestedSm_IntfStatus> NestedSm_IntfStatusIs(Pondo::Ptr<const IntfInfo> intfInfo,
+                                                                    AggregatorSm* aggregator);
 
 }  // namespace VyrPtp::Programmer

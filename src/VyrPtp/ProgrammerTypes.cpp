@@ -43,5 +43,12 @@ Pondo::Ptr<IntfInfo> intfInfoFactory(const ProgrammerIntfId& programmerIntfId) {
    return Kiv::make<IntfInfo>(programmerIntfId);
 }
 Pondo::Ptr<Status> statusFactory() { return Kiv::make<Status>(); }
+Pondo::Ptr<PtpProgrammerInfo> PtpProgrammerInfoIs(const Pondo::String& name) { return ptpProgrammerInfoFactory(name); }
+Pondo::Ptr<PtpIntfInfo> PtpIntfInfoIs(Wyx::IntfId intfId) { return ptpIntfInfoFactory(intfId); }
+Pondo::Ptr<PtpIntfInfoStatus> PtpIntfInfoStatusIs() { return ptpIntfInfoStatusFactory(); }
+Pondo::Ptr<PtpPipelineInfoStatus> PtpPipelineInfoStatusIs() { return ptpPipelineInfoStatusFactory(); }
+Pondo::Ptr<Info> InfoIs(const Pondo::String& programmerType) { return infoFactory(programmerType); }
+Pondo::Ptr<IntfInfo> IntfInfoIs(const ProgrammerIntfId& programmerIntfId) { return intfInfoFactory(programmerIntfId); }
+Pondo::Ptr<Status> StatusIs() { return statusFactory(); }
 
 }  // namespace VyrPtp::Programmer

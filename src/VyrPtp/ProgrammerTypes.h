@@ -190,6 +190,13 @@ VYRPTP_EXPORT Pondo::Ptr<PtpPipelineInfoStatus> ptpPipelineInfoStatusFactory();
 VYRPTP_EXPORT Pondo::Ptr<Info> infoFactory(const Pondo::String& programmerType);
 VYRPTP_EXPORT Pondo::Ptr<IntfInfo> intfInfoFactory(const ProgrammerIntfId& programmerIntfId);
 VYRPTP_EXPORT Pondo::Ptr<Status> statusFactory();
+VYRPTP_EXPORT Pondo::Ptr<PtpProgrammerInfo> PtpProgrammerInfoIs(const Pondo::String& name);
+VYRPTP_EXPORT Pondo::Ptr<PtpIntfInfo> PtpIntfInfoIs(Wyx::IntfId intfId);
+VYRPTP_EXPORT Pondo::Ptr<PtpIntfInfoStatus> PtpIntfInfoStatusIs();
+VYRPTP_EXPORT Pondo::Ptr<PtpPipelineInfoStatus> PtpPipelineInfoStatusIs();
+VYRPTP_EXPORT Pondo::Ptr<Info> InfoIs(const Pondo::String& programmerType);
+VYRPTP_EXPORT Pondo::Ptr<IntfInfo> IntfInfoIs(const ProgrammerIntfId& programmerIntfId);
+VYRPTP_EXPORT Pondo::Ptr<Status> StatusIs();
 
 }  // namespace VyrPtp::Programmer
 

@@ -251,6 +251,16 @@ Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> vyrCfUpdateLogicalFapArmSmFactory(
                                                 std::move(cfUpdateStatus));
 }
 
+Pondo::Ptr<NestedSm_IntfInfo> nestedSm_IntfInfoFactory(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo,
+                                                       VyrCfUpdateLogicalFapArmSm* owner) {
+   return Kiv::make<NestedSm_IntfInfo>(std::move(intfInfo), owner);
+}
+
+Pondo::Ptr<NestedSm_LogicalFapStatusWatcher> nestedSm_LogicalFapStatusWatcherFactory(
+    Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner) {
+   return Kiv::make<NestedSm_LogicalFapStatusWatcher>(std::move(status), owner);
+}
+
 Pondo::Ptr<VyrCfUpdateArmSm> VyrCfUpdateArmSmIs(Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo,
                                                 Pondo::Ptr<Statebase::EntityManager> statebaseEm,
                                                 Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus) {
@@ -262,6 +272,16 @@ Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> VyrCfUpdateLogicalFapArmSmIs(
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus) {
    return vyrCfUpdateLogicalFapArmSmFactory(std::move(cfUpdateLogicalFapInfo), std::move(statebaseEm),
                                             std::move(cfUpdateStatus));
+}
+
+Pondo::Ptr<NestedSm_IntfInfo> NestedSm_IntfInfoIs(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo,
+                                                  VyrCfUpdateLogicalFapArmSm* owner) {
+   return nestedSm_IntfInfoFactory(std::move(intfInfo), owner);
+}
+
+Pondo::Ptr<NestedSm_LogicalFapStatusWatcher> NestedSm_LogicalFapStatusWatcherIs(
+    Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner) {
+   return nestedSm_LogicalFapStatusWatcherFactory(std::move(status), owner);
 }
 
 }  // namespace CorrectionField

@@ -163,11 +163,20 @@ VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateArmSm> vyrCfUpdateArmSmFactory(
 VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> vyrCfUpdateLogicalFapArmSmFactory(
     Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus);
+VYRPTP_EXPORT Pondo::Ptr<NestedSm_IntfInfo> nestedSm_IntfInfoFactory(
+    Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo, VyrCfUpdateLogicalFapArmSm* owner);
+VYRPTP_EXPORT Pondo::Ptr<NestedSm_LogicalFapStatusWatcher> nestedSm_LogicalFapStatusWatcherFactory(
+    Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner);
 VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateArmSm> VyrCfUpdateArmSmIs(
     Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
     Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus);
 VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> VyrCfUpdateLogicalFapArmSmIs(
     Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus);
+
+VYRPTP_EXPORT Pondo::Ptr<NestedSm_IntfInfo> NestedSm_IntfInfoIs(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo,
+                                                                VyrCfUpdateLogicalFapArmSm* owner);
+VYRPTP_EXPORT Pondo::Ptr<NestedSm_LogicalFapStatusWatcher> NestedSm_LogicalFapStatusWatcherIs(
+    Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner);
 
 }  // namespace CorrectionField

@@ -448,4 +448,32 @@ Pondo::Ptr<VyrEgressTsArmAggregateSm> vyrEgressTsArmAggregateSmFactory(
                                                std::move(statebaseEm), std::move(timestampGlint));
 }
 
+Pondo::Ptr<VyrEgressTsArmLogicalFapSm> VyrEgressTsArmLogicalFapSmIs(
+    LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
+    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
+    Pondo::Ptr<Brim::TimerWheel> timerWheel) {
+   return vyrEgressTsArmLogicalFapSmFactory(logicalFapId, std::move(egressTimestampIntfStatus),
+                                            std::move(tsLogicalFapInfo), std::move(timestampFetcher),
+                                            std::move(statebaseEm), std::move(timestampGlint), std::move(timerWheel));
+}
+
+Pondo::Ptr<VyrEgressTsPollingAdapterSm> VyrEgressTsPollingAdapterSmIs(
+    Pondo::Ptr<const PtpTimestampLocationConfig> ptpTimestampLocationConfig,
+    Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,
+    Pondo::Ptr<EgressTimestampIntfStatus> outputEgressTsIntfStatus) {
+   return vyrEgressTsPollingAdapterSmFactory(std::move(ptpTimestampLocationConfig), std::move(inputEgressTsIntfStatus),
+                                             std::move(outputEgressTsIntfStatus));
+}
+
+Pondo::Ptr<VyrEgressTsArmAggregateSm> VyrEgressTsArmAggregateSmIs(
+    Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
+    Pondo::Ptr<const PlatformEgressTsInfo> tsInterfaceInfo, Pondo::Ptr<const PtpTimeSync::Config> timeSyncConfig,
+    Pondo::Ptr<const PtpTimeSync::Status> timeSyncStatus, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint) {
+   return vyrEgressTsArmAggregateSmFactory(std::move(egressTimestampIntfStatus), std::move(tsInterfaceInfo),
+                                           std::move(timeSyncConfig), std::move(timeSyncStatus),
+                                           std::move(statebaseEm), std::move(timestampGlint));
+}
+
 }  // namespace VyrPtp

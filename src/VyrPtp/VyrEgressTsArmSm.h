@@ -304,5 +304,19 @@ VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsArmAggregateSm> vyrEgressTsArmAggregateSmFac
     Pondo::Ptr<const PlatformEgressTsInfo> tsInterfaceInfo, Pondo::Ptr<const PtpTimeSync::Config> timeSyncConfig,
     Pondo::Ptr<const PtpTimeSync::Status> timeSyncStatus, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint);
+VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsArmLogicalFapSm> VyrEgressTsArmLogicalFapSmIs(
+    LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
+    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
+    Pondo::Ptr<Brim::TimerWheel> timerWheel);
+VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsPollingAdapterSm> VyrEgressTsPollingAdapterSmIs(
+    Pondo::Ptr<const PtpTimestampLocationConfig> ptpTimestampLocationConfig,
+    Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,
+    Pondo::Ptr<EgressTimestampIntfStatus> outputEgressTsIntfStatus);
+VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsArmAggregateSm> VyrEgressTsArmAggregateSmIs(
+    Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
+    Pondo::Ptr<const PlatformEgressTsInfo> tsInterfaceInfo, Pondo::Ptr<const PtpTimeSync::Config> timeSyncConfig,
+    Pondo::Ptr<const PtpTimeSync::Status> timeSyncStatus, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint);
 
 }  // namespace VyrPtp

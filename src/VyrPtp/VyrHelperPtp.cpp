@@ -276,7 +276,7 @@ U64 AsicTimestampFetcher::egressTimestamp(Wyx::IntfId intfId, U32 sequenceId, U3
 
 AsicTimestampFileSm::AsicTimestampFileSm(Pondo::Ptr<const AsicTimestampFileConfig> config,
                                          Pondo::Ptr<AsicTimestampFileStatus> status, Pondo::Ptr<Kiv::Clock> clock)
-    : config_(this, std::move(config), &AsicTimestampFileSm::on_config),
+    : config_(this, Kiv::nonNull(config, "config"), &AsicTimestampFileSm::on_config),
       status_(Kiv::nonNull(status, "status")),
       clock_(std::move(clock)) {
    if (clock_) kivClock_.emplace(clock_, [this] { pollAsicTimeReady(); });
@@ -342,6 +342,9 @@ Pondo::Ptr<AsicTimestampFileStatus> AsicTimestampFetcherWrapper::fileStatusIs() 
 Pondo::Ptr<AsicTimestampFileSm> AsicTimestampFetcherWrapper::fileSmIs(Pondo::Ptr<const AsicTimestampFileConfig> config,
                                                                       Pondo::Ptr<AsicTimestampFileStatus> status,
                                                                       Pondo::Ptr<Kiv::Clock> clock) {
+   // Checked also when the machine exists and the arguments would go unused.
+   Kiv::nonNull(config, "config");
+   Kiv::nonNull(status, "status");
    if (!fileSm_) {
       set(fileSm_, Kiv::make<AsicTimestampFileSm>(std::move(config), std::move(status), std::move(clock)), F::fileSm);
    }
@@ -392,6 +395,39 @@ Pondo::Ptr<AsicTimestampFileSm> asicTimestampFileSmFactory(Pondo::Ptr<const Asic
 Pondo::Ptr<AsicTimestampFetcherWrapper> asicTimestampFetcherWrapperFactory(U8 kernelUnitId, bool initCounter,
                                                                            bool waitForCounterInit) {
    return Kiv::make<AsicTimestampFetcherWrapper>(kernelUnitId, initCounter, waitForCounterInit);
+}
+
+Pondo::Ptr<Conversion> ConversionIs(const Pondo::String& timestamp, const Pondo::String& invalidPortion) {
+   return conversionFactory(timestamp, invalidPortion);
+}
+
+Pondo::Ptr<TimestampFetcher> TimestampFetcherIs(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
+                                                Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig) {
+   return timestampFetcherFactory(std::move(ptpTimeSyncStatus), std::move(ptpTimeSyncConfig));
+}
+
+Pondo::Ptr<AsicTimestampFileConfig> AsicTimestampFileConfigIs(const Pondo::String& timestampPath,
+                                                              const Pondo::String& counterConfigPath, bool initCounter,
+                                                              bool waitForCounterInit) {
+   return asicTimestampFileConfigFactory(timestampPath, counterConfigPath, initCounter, waitForCounterInit);
+}
+
+Pondo::Ptr<AsicTimestampFileStatus> AsicTimestampFileStatusIs() { return asicTimestampFileStatusFactory(); }
+
+Pondo::Ptr<AsicTimestampFetcher> AsicTimestampFetcherIs(Pondo::Ptr<AsicTimestampFileConfig> fileConfig,
+                                                        Pondo::Ptr<const AsicTimestampFileStatus> fileStatus) {
+   return asicTimestampFetcherFactory(std::move(fileConfig), std::move(fileStatus));
+}
+
+Pondo::Ptr<AsicTimestampFileSm> AsicTimestampFileSmIs(Pondo::Ptr<const AsicTimestampFileConfig> config,
+                                                      Pondo::Ptr<AsicTimestampFileStatus> status,
+                                                      Pondo::Ptr<Kiv::Clock> clock) {
+   return asicTimestampFileSmFactory(std::move(config), std::move(status), std::move(clock));
+}
+
+Pondo::Ptr<AsicTimestampFetcherWrapper> AsicTimestampFetcherWrapperIs(U8 kernelUnitId, bool initCounter,
+                                                                      bool waitForCounterInit) {
+   return asicTimestampFetcherWrapperFactory(kernelUnitId, initCounter, waitForCounterInit);
 }
 
 }  // namespace VyrPtp

@@ -353,5 +353,19 @@ VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFileSm> asicTimestampFileSmFactory(
 VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFetcherWrapper> asicTimestampFetcherWrapperFactory(U8 kernelUnitId,
                                                                                          bool initCounter,
                                                                                          bool waitForCounterInit);
+VYRPTP_EXPORT Pondo::Ptr<Conversion> ConversionIs(const Pondo::String& timestamp, const Pondo::String& invalidPortion);
+VYRPTP_EXPORT Pondo::Ptr<TimestampFetcher> TimestampFetcherIs(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
+                                                              Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig);
+VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFileConfig> AsicTimestampFileConfigIs(const Pondo::String& timestampPath,
+                                                                            const Pondo::String& counterConfigPath,
+                                                                            bool initCounter, bool waitForCounterInit);
+VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFileStatus> AsicTimestampFileStatusIs();
+VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFetcher> AsicTimestampFetcherIs(
+    Pondo::Ptr<AsicTimestampFileConfig> fileConfig, Pondo::Ptr<const AsicTimestampFileStatus> fileStatus);
+VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFileSm> AsicTimestampFileSmIs(Pondo::Ptr<const AsicTimestampFileConfig> config,
+                                                                    Pondo::Ptr<AsicTimestampFileStatus> status,
+                                                                    Pondo::Ptr<Kiv::Clock> clock);
+VYRPTP_EXPORT Pondo::Ptr<AsicTimestampFetcherWrapper> AsicTimestampFetcherWrapperIs(U8 kernelUnitId, bool initCounter,
+                                                                                    bool waitForCounterInit);
 
 }  // namespace VyrPtp

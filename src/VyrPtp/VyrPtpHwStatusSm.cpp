@@ -409,4 +409,14 @@ Pondo::Ptr<VyrPtpHwStatusSm> VyrPtpHwStatusSmIs(
                                   std::move(timeSyncHwStatusDir), timeSyncSupported, std::move(ptpHwStatus));
 }
 
+Pondo::Ptr<VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus> nestedSm_TimeSyncHwStatusFactory(
+    Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner, Pondo::String sliceName) {
+   return Kiv::make<VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus>(std::move(hwStatus), owner, std::move(sliceName));
+}
+
+Pondo::Ptr<VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus> NestedSm_TimeSyncHwStatusIs(
+    Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner, Pondo::String sliceName) {
+   return nestedSm_TimeSyncHwStatusFactory(std::move(hwStatus), owner, std::move(sliceName));
+}
+
 }  // namespace VyrPtp::Location

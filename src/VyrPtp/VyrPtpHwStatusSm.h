@@ -174,7 +174,6 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
    void handleTimeSyncHwStatus(const Pondo::String& sliceName, const Pondo::String& chipName);
    void maybeSetTimeSyncStatus(const Pondo::String& sliceName, const Pondo::String& chipName);
 
-  private:
    // Follows one time-sync status entity of the directory: each chip entry
    // added, removed or changed in it is handed to the owner with the entity's
    // slice name.
@@ -191,6 +190,7 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
       Pondo::String sliceName_;
    };
 
+  private:
    void on_unitPortInfo(const Kiv::Change& c);
    void on_ptpTimestampingStatusDir(const Kiv::Change& c);
    void on_timeSyncHwStatusDir(const Kiv::Change& c);
@@ -221,10 +221,15 @@ VYRPTP_EXPORT Pondo::Ptr<VyrPtpHwStatusSm> vyrPtpHwStatusSmFactory(
     Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
     Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir, Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir,
     bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus);
+VYRPTP_EXPORT Pondo::Ptr<VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus> nestedSm_TimeSyncHwStatusFactory(
+    Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner, Pondo::String sliceName);
 VYRPTP_EXPORT Pondo::Ptr<VyrPtpHwStatusSm> VyrPtpHwStatusSmIs(
     Pondo::Ptr<const PlatformUnitPortInfo> unitPortInfo, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
     Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
     Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir, Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir,
     bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus);
+
+VYRPTP_EXPORT Pondo::Ptr<VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus> NestedSm_TimeSyncHwStatusIs(
+    Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner, Pondo::String sliceName);
 
 }  // namespace VyrPtp::Location
