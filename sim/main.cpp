@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <map>
 
@@ -27,6 +28,8 @@ constexpr const char* kUsage =
     "  --trace CONFIG       enable trace handles, e.g. 'AggregatorSmNi/0-9,*/0'\n"
     "  --trace-file PATH    write traces to PATH instead of standard error\n"
     "  --verbose            log every decision as it happens\n"
+    "  --json FILE          write the report as one JSON document into FILE\n"
+    "  --max-events N       refuse runs estimated at more than N loop events (default 10000000)\n"
     "  --print-default      print the built-in default scenario and exit\n"
     "  --help               this text\n";
 
@@ -34,7 +37,12 @@ struct Options {
    std::string scenarioPath;
    bool realTime = false;
    bool verbose = false;
+   std::string jsonPath;
+   double maxEvents = 1e7;
 };
+
+// The timeline event that restarts the library's machines in every module.
+constexpr const char* kAgentRestart = "agentRestart";
 
 [[noreturn]] void usageError(const std::string& what) {
    std::cerr << "vyrptp-sim: " << what << "\n" << kUsage;
@@ -59,6 +67,13 @@ Options parseArguments(int argc, char** argv) {
          o.realTime = true;
       } else if (a == "--verbose") {
          o.verbose = true;
+      } else if (a == "--json") {
+         o.jsonPath = value();
+      } else if (a == "--max-events") {
+         const std::string n = value();
+         char* end = nullptr;
+         o.maxEvents = std::strtod(n.c_str(), &end);
+         if (n.empty() || *end || !(o.maxEvents >= 0)) usageError("--max-events needs a number, not '" + n + "'");
       } else if (a == "--trace") {
          Kiv::traceConfigIs(value());
       } else if (a == "--trace-file") {
@@ -72,6 +87,50 @@ Options parseArguments(int argc, char** argv) {
       }
    }
    return o;
+}
+
+// Refuses a run whose estimated loop events exceed the limit: it would not end in reasonable time.
+void checkRunLength(const Scenario& scenario, const std::vector<std::unique_ptr<Module>>& modules, double maxEvents) {
+   double perSecond = 0;
+   for (auto& m : modules) perSecond += m->loopEventsPerSecond();
+   const double estimate = perSecond * scenario.duration() + double(scenario.timeline().size());
+   if (estimate <= maxEvents) return;
+   scenario.fail(scenario.root()["duration"],
+                 fmt::format("this run would take about {:.3g} loop events ({} s simulated at about {:.0f} per "
+                             "second), over the limit of {:.3g}; shorten 'duration', lower the rates, or raise the "
+                             "limit with --max-events N",
+                             estimate, scenario.duration(), perSecond, maxEvents));
+}
+
+// The report as one JSON document: the scenario's timeline, the run, each module's data.
+void writeJson(const std::string& path, const Scenario& scenario, World& world,
+               const std::vector<std::unique_ptr<Module>>& modules, double simulated) {
+   Json doc;
+   Json& sc = doc["scenario"];
+   sc["origin"] = scenario.origin();
+   sc["name"] = scenario.get<std::string>(scenario.root(), "name", scenario.origin());
+   sc["duration"] = scenario.duration();
+   Json& timeline = sc["timeline"] = Json::array();
+   for (const Event& e : scenario.timeline()) {
+      YAML::Emitter body;
+      body << YAML::Flow << e.body;
+      Json& j = timeline.push(Json());
+      j["at"] = e.at;
+      j["kind"] = e.kind;
+      j["line"] = e.line;
+      j["body"] = std::string(body.c_str());
+   }
+   doc["run"]["simulated"] = simulated;
+   doc["run"]["loopEvents"] = Kiv::activityManager().eventsRun();
+   Json& data = doc["modules"] = Json::object();
+   for (auto& m : modules) {
+      Json part;
+      m->reportData(world, part);
+      if (!part.isNull()) data[m->name()] = std::move(part);
+   }
+   std::ofstream out(path, std::ios::trunc);
+   out << doc.text() << "\n";
+   if (!out) throw std::runtime_error("cannot write the JSON report to " + path);
 }
 
 int run(const Options& opt) {
@@ -88,16 +147,18 @@ int run(const Options& opt) {
       for (auto& e : m->events()) eventOwner[e] = m.get();
    }
    for (const auto& kv : scenario.root()) {
-      std::string key = kv.first.as<std::string>();
+      const std::string& key = kv.first.Scalar();
       if (key == "name" || key == "description" || key == "duration" || key == "timeline") continue;
       if (!sectionOwner.count(key)) scenario.fail(kv.first, fmt::format("unknown section '{}'", key));
    }
    for (const Event& e : scenario.timeline()) {
-      if (!eventOwner.count(e.kind)) {
-         throw ScenarioError(fmt::format("{}:{}: unknown event kind '{}'", scenario.origin(), e.line, e.kind));
+      if (e.kind == kAgentRestart && !e.body.IsNull()) scenario.fail(e, "'agentRestart' takes no value");
+      if (e.kind != kAgentRestart && !eventOwner.count(e.kind)) {
+         scenario.fail(e, fmt::format("unknown event kind '{}'", e.kind));
       }
    }
    for (auto& m : modules) m->load(scenario);
+   checkRunLength(scenario, modules, opt.maxEvents);
 
    Kiv::ActivityManager& loop = Kiv::activityManager();
    if (opt.realTime) {
@@ -131,7 +192,11 @@ int run(const Options& opt) {
    for (const Event& e : scenario.timeline()) {
       runTo(e.at);
       world.log("event {} (line {})", e.kind, e.line);
-      eventOwner.at(e.kind)->apply(e, world);
+      if (e.kind == kAgentRestart) {
+         for (auto& m : modules) m->agentRestart(world);
+      } else {
+         eventOwner.at(e.kind)->apply(e, world);
+      }
       loop.runReady();
       for (auto& m : modules) m->afterEvent(e, world);
    }
@@ -143,6 +208,7 @@ int run(const Options& opt) {
    fmt::print("\n== Summary ==\n{}", out);
    fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n",
               loop.currentTime() - start, wall, scenario.timeline().size(), loop.eventsRun());
+   if (!opt.jsonPath.empty()) writeJson(opt.jsonPath, scenario, world, modules, loop.currentTime() - start);
    return 0;
 }
 

@@ -9,7 +9,8 @@
 // AsicTimestampFetcherWrapper opens and watches the file, and a
 // TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
 // egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
-// which are checked against the latch time. Like the kernel's live file, a
+// which are checked against the latch time. The file carries the chip's own
+// clock, the one its latches use, also in real time. Like the kernel's live file, a
 // chip's time file never reads older than the chip's last latch: it is also
 // rewritten whenever the chip (platform module) latches a PTP event message. The FPGA is meant to carry the
 // chips' time, so its faults show up as wrongly widened timestamps; when a
@@ -31,7 +32,7 @@ namespace Sim {
 namespace {
 
 constexpr Kiv::Seconds kKernelPeriod = 0.01;
-constexpr Kiv::Seconds kLatchDelay = 0.02;
+constexpr std::uint64_t kLatchDelayNs = 20'000'000;
 constexpr std::uint64_t kSecond = 1'000'000'000;
 
 // One fault event, checked at load.
@@ -49,33 +50,29 @@ Fault parseFault(const Scenario& s, const Event& e) {
    if (!b.IsMap()) s.fail(b, fmt::format("'{}' is a map with 'fault' and its settings", e.kind));
    Fault f;
    f.fault = s.get<std::string>(b, "fault");
-   auto positive = [&](const char* key) {
-      double v = s.get<double>(b, key);
-      if (v <= 0) s.fail(b[key], fmt::format("'{}' must be positive", key));
-      return v;
-   };
+   constexpr Range span{0.001, kMaxSeconds, "s"};
    if (e.kind == "asicTimeFault") {
       s.onlyKeys(b, {"logicalFap", "fault", "for", "text"});
-      f.logicalFap = s.get<int>(b, "logicalFap");
+      f.logicalFap = int(s.integer(b, "logicalFap", 0, 0xFFFF));
       if (f.fault != "missing" && f.fault != "zero" && f.fault != "garbage") {
          s.fail(b["fault"], fmt::format("unknown ASIC time fault '{}' (expected one of: missing, zero, garbage)", f.fault));
       }
-      f.span = positive("for");
+      f.span = s.number(b, "for", span);
       f.text = s.get<std::string>(b, "text", "garbage");
       if (f.fault != "garbage" && b["text"]) s.fail(b["text"], "'text' belongs to the 'garbage' fault");
       return f;
    }
    s.onlyKeys(b, {"fault", "by", "for", "text", "value"});
    if (f.fault == "stepBack") {
-      f.by = positive("by");
-      if (b["for"]) f.span = positive("for");
+      f.by = s.number(b, "by", {1e-9, 3600, "s"});
+      if (b["for"]) f.span = s.number(b, "for", span);
    } else if (f.fault == "stall") {
-      f.span = positive("for");
+      f.span = s.number(b, "for", span);
    } else if (f.fault == "text") {
       f.text = s.get<std::string>(b, "text");
-      f.span = positive("for");
+      f.span = s.number(b, "for", span);
    } else if (f.fault == "gpio") {
-      f.value = s.get<std::uint32_t>(b, "value");
+      f.value = std::uint32_t(s.integer(b, "value", 0, 0xFFFFFFFF));
    } else {
       s.fail(b["fault"], fmt::format("unknown FPGA fault '{}' (expected one of: stepBack, stall, text, gpio)", f.fault));
    }
@@ -122,6 +119,7 @@ struct Tally {
 struct ChipTime {
    const Chip* chip;
    std::uint8_t unit;
+   Asic::SimulatedChip* device = nullptr;
    Pondo::Ptr<VyrPtp::AsicTimestampFetcherWrapper> wrapper;
    Pondo::Ptr<VyrPtp::TimestampFetcher> hpxFetcher;
    Pondo::Ptr<ReadyWatch> watch;
@@ -155,7 +153,7 @@ class AsicTimeModule final : public Module {
       YAML::Node sec = s.section("asicTime");
       for (const Event& e : s.timeline()) {
          if (e.kind != "asicTimeFault" && e.kind != "hpxFault") continue;
-         if (!sec) throw ScenarioError(fmt::format("{}:{}: '{}' needs an 'asicTime' section", s.origin(), e.line, e.kind));
+         if (!sec) s.fail(e, fmt::format("'{}' needs an 'asicTime' section", e.kind));
          parseFault(s, e);
       }
       if (!sec) return;
@@ -165,9 +163,11 @@ class AsicTimeModule final : public Module {
       initCounter_ = s.get<bool>(sec, "initCounter", false);
       waitForCounterInit_ = s.get<bool>(sec, "waitForCounterInit", false);
       hpxName_ = s.get<std::string>(sec, "hpx", "hpx1");
-      egressPeriod_ = s.get<double>(sec, "egressPeriod", 0.25);
-      if (egressPeriod_ <= 0) s.fail(sec["egressPeriod"], "'egressPeriod' must be positive");
+      egressPeriod_ = s.number(sec, "egressPeriod", {0.001, 3600, "s"}, 0.25);
    }
+
+   // The kernel's tick every 10 ms and one egress tick per period.
+   double loopEventsPerSecond() const override { return on_ ? 1 / kKernelPeriod + 1 / egressPeriod_ : 0; }
 
    void build(World& w) override {
       if (!on_) return;
@@ -201,7 +201,9 @@ class AsicTimeModule final : public Module {
             hpxName_.empty() ? "present but not in use" : "in use by time synchronisation");
 
       for (const Chip& c : w.chips) {
-         ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap)}).first->second;
+         auto& info = dynamic_cast<Asic::ChipInfo&>(*w.sysdb->entityPtr(chipInfoName(c.logicalFap)));
+         auto* device = &dynamic_cast<Asic::SimulatedChip&>(*info.device());
+         ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap), device}).first->second;
          t.counterRunning = !initCounter_;
          std::filesystem::create_directories(fmt::format("{}/{}", dir_, t.unit));
          std::ofstream(cfgPath(t));
@@ -212,12 +214,9 @@ class AsicTimeModule final : public Module {
          t.hpxFetcher = VyrPtp::timestampFetcherFactory(syncStatus, syncConfig);
          t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
          t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
-         auto* info = dynamic_cast<Asic::ChipInfo*>(w.sysdb->entityPtr(chipInfoName(fap)));
-         if (auto* device = info ? dynamic_cast<Asic::SimulatedChip*>(info->device()) : nullptr) {
-            t.latchWatch = Kiv::make<LatchWatch>(device, [this, chip] {
-               if (chip->fault != "missing") writeTimeFile(*chip);
-            });
-         }
+         t.latchWatch = Kiv::make<LatchWatch>(t.device, [this, chip] {
+            if (chip->fault != "missing") writeTimeFile(*chip);
+         });
          fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
       }
       kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });
@@ -317,7 +316,7 @@ class AsicTimeModule final : public Module {
       } else if (!t.counterRunning || t.fault == "zero") {
          text = "0 0 0\n";
       } else {
-         const std::uint64_t now = utcNs(Kiv::currentTime());
+         const std::uint64_t now = t.device->timeNs();
          text = fmt::format("{} {} {}\n", now, ham_->counter(), now);
       }
       std::ofstream(tsPath(t), std::ios::trunc) << text;
@@ -368,8 +367,8 @@ class AsicTimeModule final : public Module {
 
    void egressTick() {
       const Kiv::Seconds now = Kiv::currentTime();
-      const std::uint64_t latched = utcNs(now - kLatchDelay);
       for (auto& [fap, t] : chips_) {
+         const std::uint64_t latched = t.device->timeNs() - kLatchDelayNs;
          ++t.sequenceId;
          const auto& intfs = t.chip->interfaces;
          const Wyx::IntfId intf = intfs.empty() ? Wyx::IntfId() : intfs[t.sequenceId % intfs.size()];

@@ -44,7 +44,8 @@ namespace {
 using VyrPtp::U64;
 using Wyx::IntfId;
 
-constexpr U64 kMillisecond = 1'000'000;
+// PTP event messages per second and interface; 0 stops the traffic.
+constexpr Range kRate{0, 10000, "per second"};
 // One row of the report's table per interface.
 constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
 
@@ -69,8 +70,8 @@ enum class Fate {
    polled,       // read by a poll but not published: the time source was not ready
    published,    // published with its exact latch time
    noTime,       // published with time 0: the ASIC time file could not be read
-   badSource,    // widened wrongly while the time source was faulty
-   wrong,        // widened wrongly from a sound time source
+   badSource,    // widened wrongly from a time read outside [latch, latch + 2^32 ns)
+   wrong,        // widened wrongly from a sound time: the library erred
 };
 
 struct Message {
@@ -119,8 +120,7 @@ class EgressCollectionModule final : public Module {
       YAML::Node sec = s.section("egressCollection");
       for (const Event& e : s.timeline()) {
          if ((e.kind == "traffic" || e.kind == "timestampLocation") && !sec) {
-            throw ScenarioError(
-                fmt::format("{}:{}: '{}' needs an 'egressCollection' section", s.origin(), e.line, e.kind));
+            s.fail(e, fmt::format("'{}' needs an 'egressCollection' section", e.kind));
          }
       }
       if (!sec) return;
@@ -131,9 +131,26 @@ class EgressCollectionModule final : public Module {
       s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic", "externalPhy"});
       on_ = true;
       counterNeedsInit_ = s.get<bool>(sec, "counterNeedsInit", false);
-      start_ = s.get<double>(sec, "start", 0.0);
-      if (start_ < 0) s.fail(sec["start"], "'start' must not be negative");
+      start_ = s.number(sec, "start", kSeconds, 0.0);
+      // Each interface's highest rate, for the estimate of the run's length.
+      std::map<std::string, double> highest;
+      auto rates = [&](const YAML::Node& n) {
+         if (!n.IsMap()) s.fail(n, "traffic maps interfaces to PTP event messages per second");
+         for (const auto& kv : n) {
+            double& h = highest[kv.first.Scalar()];
+            h = std::max(h, s.numberAs(kv.second, "rate", kRate));
+         }
+      };
+      if (sec["traffic"]) rates(sec["traffic"]);
+      for (const Event& e : s.timeline()) {
+         if (e.kind == "traffic") rates(e.body);
+      }
+      for (const auto& [intf, rate] : highest) messagesPerSecond_ += rate;
+      chipCount_ = s.section("chips").size();
    }
+
+   // A poll tick per chip every 4 ms; per message its latch and its read.
+   double loopEventsPerSecond() const override { return on_ ? 250.0 * double(chipCount_) + 2 * messagesPerSecond_ : 0; }
 
    // Interface names are checked here, against the chips the platform module built.
    void build(World& w) override {
@@ -279,7 +296,7 @@ class EgressCollectionModule final : public Module {
    // --- Reading the scenario ---------------------------------------------------
 
    ChipState& chipOf(const YAML::Node& n) {
-      const int fap = scenario_->as<int>(n, "logical FAP");
+      const auto fap = scenario_->integerAs(n, "logical FAP", 0, 0xFFFF);
       for (ChipState& c : chips_) {
          if (c.chip->logicalFap == fap) return c;
       }
@@ -294,9 +311,7 @@ class EgressCollectionModule final : public Module {
       if (!n.IsMap()) scenario_->fail(n, "traffic maps interfaces to PTP event messages per second");
       std::vector<std::pair<IntfId, double>> r;
       for (const auto& kv : n) {
-         const double rate = scenario_->as<double>(kv.second, "rate");
-         if (rate < 0 || rate > 10000) scenario_->fail(kv.second, "a message rate must be 0..10000 per second");
-         r.emplace_back(chipIntf(kv.first), rate);
+         r.emplace_back(chipIntf(kv.first), scenario_->numberAs(kv.second, "rate", kRate));
       }
       return r;
    }
@@ -353,7 +368,7 @@ class EgressCollectionModule final : public Module {
       } else if (t.egressTime == 0) {
          m->fate = Fate::noTime;
       } else {
-         m->fate = sourceSound(*f.chip) ? Fate::wrong : Fate::badSource;
+         m->fate = sourceSound(*f.chip, m->latched) ? Fate::wrong : Fate::badSource;
       }
       if (world_->verbose || m->fate == Fate::wrong) {
          world_->log("egress collection: {} seq {} latched {} published {} after {:.3f} ms{}", t.intfId.shortName(),
@@ -362,9 +377,11 @@ class EgressCollectionModule final : public Module {
       }
    }
 
-   // Whether the chip's time source reads true time now (as the collector just read it).
-   bool sourceSound(ChipState& c) const {
-      const U64 now = c.device->timeNs();
+   // Whether the full time that the collector just widened with lies in
+   // [latch, latch + 2^32 ns): only such a time can widen a 32-bit latch
+   // exactly, so only then is a wrong result the library's error. A stale
+   // file, a faulty FPGA and an entry that waited too long all fail it.
+   bool sourceSound(ChipState& c, U64 latched) const {
       std::string text;
       if (c.asicTimeFile) {
          std::ifstream file(Platform::osPath(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap)));
@@ -374,14 +391,11 @@ class EgressCollectionModule final : public Module {
          const PtpTimeSync::HpxConfig* hpx =
              world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
          if (!hpx || !hpx->ham()) return false;
-         hpx->ham()->valueRead("ptp_timestamp");
-         text = hpx->ham()->result();
+         text = hpx->ham()->result();  // what the collector's fetcher read just now
       }
       U64 v = 0;
       auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
-      // The kernel refreshes the file every 10 ms (and at each latch); the FPGA counter is live.
-      const U64 lag = c.asicTimeFile ? 20 * kMillisecond : 1000;
-      return ec == std::errc{} && end == text.data() + text.size() && v <= now && now - v <= lag;
+      return ec == std::errc{} && end == text.data() + text.size() && v >= latched && v - latched < (U64(1) << 32);
    }
 
    // --- Reporting -----------------------------------------------------------------------
@@ -405,6 +419,8 @@ class EgressCollectionModule final : public Module {
    bool on_ = false;
    bool counterNeedsInit_ = false;
    double start_ = 0;
+   double messagesPerSecond_ = 0;
+   std::size_t chipCount_ = 0;
    World* world_ = nullptr;
    const Scenario* scenario_ = nullptr;
    std::vector<ChipState> chips_;

@@ -98,9 +98,27 @@ class EgressDecisionModule final : public Module {
          intfStatus_->intfStatusIs(i)->operStatusIs(Interface::OperStatus::up);
       }
       const Scenario& s = w.scenario;
+      // LAGs exist from the 'lags' section or a 'lag' event; each interface starts in one LAG at most.
+      for (const Event& e : s.timeline()) {
+         if (e.kind == "lag") declaredLags_.insert(lagEvent(e.body).first);
+      }
       if (YAML::Node lags = s.section("lags")) {
          if (!lags.IsMap()) s.fail(lags, "'lags' maps each LAG to its member interfaces");
-         for (const auto& kv : lags) lagIs(lagName(kv.first), memberList(kv.second));
+         std::set<IntfId> declared;
+         std::map<IntfId, IntfId> lagOf;
+         for (const auto& kv : lags) {
+            const IntfId lag = lagName(kv.first);
+            if (!declared.insert(lag).second) s.fail(kv.first, fmt::format("LAG {} declared twice", lag.name()));
+            declaredLags_.insert(lag);
+            const std::vector<IntfId> members = memberList(kv.second);
+            for (std::size_t i = 0; i < members.size(); ++i) {
+               auto [other, fresh] = lagOf.emplace(members[i], lag);
+               if (!fresh) {
+                  s.fail(kv.second[i], fmt::format("{} is already a member of {}", members[i].name(), other->second.name()));
+               }
+            }
+            lagIs(lag, members);
+         }
       }
       if (YAML::Node n = s.section("operStatus")) applyOperStatus(n);
       if (YAML::Node n = s.section("ptpMode")) hwConfig_->ptpModeIs(ptpMode(n));
@@ -116,6 +134,7 @@ class EgressDecisionModule final : public Module {
          for (const YAML::Node& p : ports) {
             PortDSChange c = portDSChange(p);
             if (c.remove) s.fail(p, "'remove' belongs to timeline events");
+            if (ptpStatus_->portDS(c.key)) s.fail(p, fmt::format("port data set {} declared twice", c.key));
             applyPortDS(c, p);
          }
       }
@@ -187,11 +206,14 @@ class EgressDecisionModule final : public Module {
       if (!id || !Wyx::isPortChannelIntfId(*id)) scenario_->fail(n, fmt::format("'{}' is not a LAG name", n.Scalar()));
       return *id;
    }
-   // A chip interface or a LAG.
+   // A chip interface or a declared LAG.
    IntfId ptpIntf(const YAML::Node& n) const {
       auto id = IntfId::parse(scenario_->as<std::string>(n, "interface"));
-      if (id && Wyx::isPortChannelIntfId(*id)) return *id;
-      return chipIntf(n);
+      if (!id || !Wyx::isPortChannelIntfId(*id)) return chipIntf(n);
+      if (!declaredLags_.count(*id)) {
+         scenario_->fail(n, fmt::format("{} is not a LAG of the 'lags' section or of a 'lag' event", id->name()));
+      }
+      return *id;
    }
    std::vector<IntfId> memberList(const YAML::Node& n) const {
       if (!n.IsSequence()) scenario_->fail(n, "LAG members are a list of interfaces");
@@ -211,9 +233,7 @@ class EgressDecisionModule final : public Module {
       return {lagName(n["name"]), memberList(n["members"])};
    }
    Ptp::PtpMode ptpMode(const YAML::Node& n) const {
-      const int mode = scenario_->as<int>(n, "ptpMode");
-      if (mode < 0 || mode > 255) scenario_->fail(n, "'ptpMode' must be 0..255");
-      return Ptp::PtpMode(mode);
+      return Ptp::PtpMode(scenario_->integerAs(n, "ptpMode", 0, 255));
    }
    std::vector<std::pair<IntfId, Interface::OperStatus>> operStatusChanges(const YAML::Node& n) const {
       if (!n.IsMap()) scenario_->fail(n, "oper status maps interfaces to up, down, notPresent, ...");
@@ -243,9 +263,7 @@ class EgressDecisionModule final : public Module {
    PortDSChange portDSChange(const YAML::Node& n) const {
       scenario_->onlyKeys(n, {"intf", "domain", "port", "state", "clockId", "remove"});
       if (!n["intf"]) scenario_->fail(n, "missing 'intf'");
-      const int domain = scenario_->get<int>(n, "domain", 0), port = scenario_->get<int>(n, "port", 1);
-      if (domain < 0 || domain > 255) scenario_->fail(n["domain"], "'domain' must be 0..255");
-      if (port < 0 || port > 0xFFFF) scenario_->fail(n["port"], "'port' must be 0..65535");
+      const auto domain = scenario_->integer(n, "domain", 0, 255, 0), port = scenario_->integer(n, "port", 0, 0xFFFF, 1);
       PortDSChange c{Ptp::PortDSKey(ptpIntf(n["intf"]), std::uint8_t(domain), std::uint16_t(port))};
       c.remove = scenario_->get<bool>(n, "remove", false);
       if (YAML::Node s = n["state"]) {
@@ -378,6 +396,7 @@ class EgressDecisionModule final : public Module {
 
    const Scenario* scenario_ = nullptr;
    std::set<IntfId> chipIntfs_;
+   std::set<IntfId> declaredLags_;
    Pondo::Ptr<Ptp::HwConfig> hwConfig_, adaptedHwConfig_;
    Pondo::Ptr<Ptp::Status> ptpStatus_;
    Pondo::Ptr<Vyr::VyrCommonSmData> vcsd_;

@@ -1,7 +1,8 @@
 // The chassis inventory (section `chips`) and free-text timeline notes. Each
 // chip is a simulated forwarding chip (unit = its logical FAP), entered in
 // sysdb under chipInfoName(); `fifoDepth` sets how many entries each of its
-// egress timestamp slots keeps (default 8).
+// egress timestamp slots keeps: 1 to 8 (default 8), as in the hardware, whose
+// collector drains at most eight entries before it polls.
 #include <set>
 
 #include "Asic/SimulatedChip.h"
@@ -27,8 +28,7 @@ class PlatformModule final : public Module {
          s.onlyKeys(c, {"logicalFap", "interfaces", "fifoDepth"});
          Chip chip;
          chip.line = c.Mark().line + 1;
-         int fap = s.get<int>(c, "logicalFap");
-         if (fap < 0 || fap > 0xFFFF) s.fail(c["logicalFap"], "'logicalFap' must be 0..65535");
+         const auto fap = s.integer(c, "logicalFap", 0, 0xFFFF);
          chip.logicalFap = Pondo::LogicalFapId(fap);
          if (!faps.insert(chip.logicalFap).second) s.fail(c, fmt::format("logical FAP {} declared twice", fap));
          YAML::Node intfs = c["interfaces"];
@@ -39,8 +39,7 @@ class PlatformModule final : public Module {
             if (!seen.insert(*id).second) s.fail(i, fmt::format("interface {} is on two chips", id->name()));
             chip.interfaces.push_back(*id);
          }
-         const int depth = s.get<int>(c, "fifoDepth", 8);
-         if (depth < 1 || depth > 1024) s.fail(c["fifoDepth"], "'fifoDepth' must be 1..1024");
+         const auto depth = s.integer(c, "fifoDepth", 1, 8, 8);
          chips_.push_back(std::move(chip));
          fifoDepths_.push_back(std::size_t(depth));
       }

@@ -189,10 +189,8 @@ class ReadinessModule final : public Module {
    void load(const Scenario& s) override {
       for (const Event& e : s.timeline()) {
          if (e.kind != "bumpGeneration") continue;
-         if (!e.body.IsNull()) throw ScenarioError(fmt::format("{}:{}: 'bumpGeneration' takes no value", s.origin(), e.line));
-         if (!s.section("programmers")) {
-            throw ScenarioError(fmt::format("{}:{}: 'bumpGeneration' needs a 'programmers' section", s.origin(), e.line));
-         }
+         if (!e.body.IsNull()) s.fail(e, "'bumpGeneration' takes no value");
+         if (!s.section("programmers")) s.fail(e, "'bumpGeneration' needs a 'programmers' section");
       }
       YAML::Node list = s.section("programmers");
       if (!list) return;
@@ -215,14 +213,11 @@ class ReadinessModule final : public Module {
             }
          }
          decl.pipeline = s.get<bool>(p, "pipeline", false);
-         decl.delay = s.get<double>(p, "delay", 0.0);
-         if (decl.delay < 0) s.fail(p["delay"], "'delay' is negative");
+         decl.delay = s.number(p, "delay", {0, 3600, "s"}, 0.0);
          if (YAML::Node f = p["failsAt"]) {
             if (!f.IsSequence()) s.fail(f, "'failsAt' is a list of generations");
             for (const YAML::Node& g : f) {
-               const long long n = s.as<long long>(g, "failsAt");
-               if (n < 0 || n > 0xFFFFFFFFLL) s.fail(g, "a generation in 'failsAt' must be 0..4294967295");
-               decl.failsAt.insert(std::uint32_t(n));
+               decl.failsAt.insert(std::uint32_t(s.integerAs(g, "failsAt", 0, 0xFFFFFFFF)));
             }
          }
          decls_.push_back(std::move(decl));
