@@ -25,6 +25,7 @@
 #include "Asic/SimulatedChip.h"
 #include "Hpx/SimHam.h"
 #include "Module.h"
+#include "TimeSource.h"
 #include "Platform/File.h"
 #include "VyrPtp/VyrHelperPtp.h"
 
@@ -107,12 +108,23 @@ class LatchWatch final : public Kiv::Reactor {
    std::function<void()> onLatch_;
 };
 
-// What one way of widening made of the chip's egress timestamps.
+// What one way of widening made of the chip's egress timestamps; wrong ones
+// from an unsound time (soundTime()) are the source's fault, counted apart.
 struct Tally {
-   unsigned correct = 0, wrong = 0, noTime = 0, notReady = 0;
+   unsigned correct = 0, wrong = 0, badSource = 0, noTime = 0, notReady = 0;
    std::string toString() const {
-      return fmt::format("{} correct, {} wrong, {} without time, {} skipped (not ready)", correct, wrong, noTime,
-                         notReady);
+      return fmt::format("{} correct, {} wrong from a sound time, {} from a faulty one, {} without time, {} skipped "
+                         "(not ready)",
+                         correct, wrong, badSource, noTime, notReady);
+   }
+   Json data() const {
+      Json j;
+      j["correct"] = correct;
+      j["wrong"] = wrong;
+      j["badSource"] = badSource;
+      j["noTime"] = noTime;
+      j["notReady"] = notReady;
+      return j;
    }
 };
 
@@ -211,13 +223,10 @@ class AsicTimeModule final : public Module {
       }
       for (auto& [fap, t] : chips_) {
          ChipTime* chip = &t;
-         t.hpxFetcher = VyrPtp::timestampFetcherFactory(syncStatus, syncConfig);
-         t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
-         t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
+         startMachines(t);
          t.latchWatch = Kiv::make<LatchWatch>(t.device, [this, chip] {
             if (chip->fault != "missing") writeTimeFile(*chip);
          });
-         fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
       }
       kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });
       kernel_->timeMinIs(Kiv::currentTime() + kKernelPeriod);
@@ -284,7 +293,41 @@ class AsicTimeModule final : public Module {
       }
    }
 
+   void agentRestart(World& w) override {
+      if (!on_) return;
+      for (auto& [fap, t] : chips_) {
+         t.watch = nullptr;
+         t.wrapper = nullptr;
+         t.hpxFetcher = nullptr;
+         startMachines(t);
+      }
+      w.log("asicTime: agent restarted its ASIC time file machines and fetchers");
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!on_) return;
+      for (auto& [fap, t] : chips_) {
+         Json& c = out["chips"][std::to_string(fap)];
+         c["fileReady"] = t.wrapper->fileStatus()->ready();
+         c["firstReady"] = t.firstReady < 0 ? Json() : Json(t.firstReady);
+         c["readyPeriods"] = t.readyPeriods;
+         c["viaFile"] = t.viaFile.data();
+         c["viaFpga"] = t.viaHpx.data();
+         c["fetcherErrors"] = t.hpxFetcher->errors();
+      }
+   }
+
   private:
+   // The library's machines of one chip: the FPGA fetcher and the ASIC time file wrapper.
+   void startMachines(ChipTime& t) {
+      ChipTime* chip = &t;
+      t.hpxFetcher = VyrPtp::timestampFetcherFactory(world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status"),
+                                                     world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config"));
+      t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
+      t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
+      fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
+   }
+
    static const Chip* findChip(const World& w, int fap) {
       for (const Chip& c : w.chips) {
          if (c.logicalFap == fap) return &c;
@@ -357,12 +400,20 @@ class AsicTimeModule final : public Module {
          return;
       }
       const std::uint64_t widened = fetcher.egressTimestamp(intf, t.sequenceId, std::uint32_t(latched));
-      const char* verdict = widened == 0 ? "no time" : widened == latched ? "correct" : "WRONG";
-      ++(widened == 0 ? tally.noTime : widened == latched ? tally.correct : tally.wrong);
+      const bool sound = widened == 0 || widened == latched || soundTime(readBack(t, via), latched);
+      const char* verdict = widened == 0 ? "no time" : widened == latched ? "correct" : sound ? "WRONG" : "bad source";
+      ++(widened == 0 ? tally.noTime : widened == latched ? tally.correct : sound ? tally.wrong : tally.badSource);
       if (world_->verbose || widened != latched) {
          world_->log("asicTime: chip {} {} seq {} via {}: latched {} widened {} ({})", t.unit, intf.shortName(),
                      t.sequenceId, via, latched, widened, verdict);
       }
+   }
+
+   // The text that the fetcher `via` just read.
+   std::string readBack(const ChipTime& t, const char* via) const {
+      if (via != std::string_view("file")) return ham_->result();
+      std::ifstream file(tsPath(t));
+      return std::string(std::istreambuf_iterator<char>(file), {});
    }
 
    void egressTick() {

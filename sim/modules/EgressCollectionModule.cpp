@@ -26,7 +26,6 @@
 // The product attributes hold one time source for all chips; the aggregate
 // reads them as each chip appears, so the module sets them chip by chip.
 #include <algorithm>
-#include <charconv>
 #include <deque>
 #include <fstream>
 #include <map>
@@ -34,6 +33,7 @@
 
 #include "Asic/SimulatedChip.h"
 #include "Module.h"
+#include "TimeSource.h"
 #include "Platform/File.h"
 #include "Platform/ProductAttributes.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
@@ -84,6 +84,37 @@ struct Message {
 
 struct ChipState;
 
+// A flow's messages by fate.
+struct Counts {
+   std::map<Fate, std::uint64_t> n;
+   std::uint64_t sent = 0, publishedSinceRestart = 0, staleSinceRestart = 0;
+   Counts& operator+=(const Counts& o) {
+      for (auto [fate, k] : o.n) n[fate] += k;
+      sent += o.sent;
+      publishedSinceRestart += o.publishedSinceRestart;
+      staleSinceRestart += o.staleSinceRestart;
+      return *this;
+   }
+   std::uint64_t operator[](Fate f) const { return n.count(f) ? n.at(f) : 0; }
+   Json data() const {
+      Json j;
+      j["sent"] = sent;
+      j["published"] = (*this)[Fate::published];
+      Json& lost = j["lost"];
+      lost["notReady"] = (*this)[Fate::polled];
+      lost["overwritten"] = (*this)[Fate::overwritten];
+      lost["drained"] = (*this)[Fate::drained];
+      lost["noTime"] = (*this)[Fate::noTime];
+      lost["badSource"] = (*this)[Fate::badSource];
+      lost["wrong"] = (*this)[Fate::wrong];
+      j["inChip"] = (*this)[Fate::inChip];
+      j["wrong"] = (*this)[Fate::wrong];
+      j["publishedSinceRestart"] = publishedSinceRestart;
+      j["staleSinceRestart"] = staleSinceRestart;
+      return j;
+   }
+};
+
 struct Flow {
    IntfId intf;
    ChipState* chip = nullptr;
@@ -93,6 +124,8 @@ struct Flow {
    std::deque<Message> messages;
    std::deque<Message*> inChip;  // the slot's FIFO, oldest first
    Message* awaiting = nullptr;  // read by a poll, publication due
+   // Published since the last agent restart: all of them, and those latched before it.
+   std::uint64_t publishedSinceRestart = 0, staleSinceRestart = 0;
    std::unique_ptr<Kiv::ClockTimer> timer;
 };
 
@@ -219,26 +252,8 @@ class EgressCollectionModule final : public Module {
       glintWatch_ = Kiv::make<Watch<Ptp::HwTimestampStatus>>(glint_, [this](const Kiv::Change& c) {
          if (c.newValue) published(c.newAs<Ptp::IngressEgressTimes>());
       });
-      adapter_ = VyrPtp::vyrEgressTsPollingAdapterSmFactory(location_, decisions_, chipPolling_);
-      aggregate_ = VyrPtp::vyrEgressTsArmAggregateSmFactory(
-          chipPolling_, tsInfo_, db.entityIs<PtpTimeSync::Config>("ptpTimeSync/config"),
-          db.entityIs<PtpTimeSync::Status>("ptpTimeSync/status"), em, glint_);
-      // The collectors' changes reach the aggregate's subscribers.
-      pollingWatch_ = Kiv::make<Watch<VyrPtp::VyrEgressTsArmAggregateSm>>(aggregate_, [this](const Kiv::Change& c) {
-         auto* sm = dynamic_cast<const VyrPtp::VyrEgressTsArmLogicalFapSm*>(c.source);
-         if (!sm || c.field != VyrPtp::VyrEgressTsArmLogicalFapSm::F::pollInterface) return;
-         world_->log("egress collection: chip {} {} {}", sm->logicalFapId(), c.added() ? "polls" : "no longer polls",
-                     c.keyAs<IntfId>().shortName());
-      });
-      for (ChipState& c : chips_) {
-         Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(
-             Platform::Attributes{c.asicTimeFile, c.asicTimeFile && counterNeedsInit_}));
-         const auto unit = std::uint8_t(c.chip->logicalFap);  // the asicTime module's files are per logical FAP
-         auto fap = tsInfo_->logicalFapInfoIs(c.chip->logicalFap, unit, c.info);
-         for (const auto& [slot, f] : c.bySlot) fap->intfInfoIs({f->intf, 32, slot});
-         w.log("egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
-               c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
-      }
+      em_ = em;
+      startMachines();
 
       std::size_t n = 0;
       for (auto& [intf, f] : flows_) {
@@ -282,14 +297,68 @@ class EgressCollectionModule final : public Module {
             if (!f->messages.empty() || f->rate > 0) out += flowLine(*f);
          }
       }
-      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened while the time\n"
-             "     source was faulty; wrong: widened wrongly from a sound source)\n";
+      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened from a time read\n"
+             "     outside [latch, latch + 2^32 ns); wrong: widened wrongly from a sound time)\n";
       std::size_t sent = 0, wrong = 0;
       for (const auto& [intf, f] : flows_) {
          sent += f.messages.size();
          for (const Message& m : f.messages) wrong += m.fate == Fate::wrong;
       }
       out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
+   }
+
+   void agentRestart(World& w) override {
+      if (!on_) return;
+      pollingWatch_ = nullptr;
+      aggregate_ = nullptr;
+      adapter_ = nullptr;
+      tsInfo_->logicalFapInfoDelAll();
+      for (auto& [intf, f] : flows_) f.awaiting = nullptr;  // the destroyed collectors' reads never complete
+      restartAt_ = Kiv::currentTime();
+      w.log("egress collection: agent restarted the polling adapter and the aggregate");
+      startMachines();
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!on_) return;
+      for (ChipState& c : chips_) {
+         Json& chip = out["chips"][std::to_string(c.chip->logicalFap)];
+         chip["fifoDepth"] = c.device->fifoDepth();
+         chip["timeSource"] = c.asicTimeFile ? "asicTimeFile" : "fpga";
+         Counts total;
+         for (const auto& [slot, f] : c.bySlot) {
+            const Counts n = counts(*f);
+            chip["interfaces"][f->intf.name()] = n.data();
+            total += n;
+         }
+         chip["total"] = total.data();
+      }
+   }
+
+   // The library's machines: the polling adapter and the aggregate, which
+   // creates a collector per chip as each chip's entry appears.
+   void startMachines() {
+      Kiv::Dir& db = *world_->sysdb;
+      adapter_ = VyrPtp::vyrEgressTsPollingAdapterSmFactory(location_, decisions_, chipPolling_);
+      aggregate_ = VyrPtp::vyrEgressTsArmAggregateSmFactory(
+          chipPolling_, tsInfo_, db.entityIs<PtpTimeSync::Config>("ptpTimeSync/config"),
+          db.entityIs<PtpTimeSync::Status>("ptpTimeSync/status"), em_, glint_);
+      // The collectors' changes reach the aggregate's subscribers.
+      pollingWatch_ = Kiv::make<Watch<VyrPtp::VyrEgressTsArmAggregateSm>>(aggregate_, [this](const Kiv::Change& c) {
+         auto* sm = dynamic_cast<const VyrPtp::VyrEgressTsArmLogicalFapSm*>(c.source);
+         if (!sm || c.field != VyrPtp::VyrEgressTsArmLogicalFapSm::F::pollInterface) return;
+         world_->log("egress collection: chip {} {} {}", sm->logicalFapId(), c.added() ? "polls" : "no longer polls",
+                     c.keyAs<IntfId>().shortName());
+      });
+      for (ChipState& c : chips_) {
+         Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(
+             Platform::Attributes{c.asicTimeFile, c.asicTimeFile && counterNeedsInit_}));
+         const auto unit = std::uint8_t(c.chip->logicalFap);  // the asicTime module's files are per logical FAP
+         auto fap = tsInfo_->logicalFapInfoIs(c.chip->logicalFap, unit, c.info);
+         for (const auto& [slot, f] : c.bySlot) fap->intfInfoIs({f->intf, 32, slot});
+         world_->log("egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
+                     c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
+      }
    }
 
   private:
@@ -363,6 +432,14 @@ class EgressCollectionModule final : public Module {
          return;
       }
       m->publishedAt = Kiv::currentTime();
+      if (restartAt_ >= 0) {
+         ++f.publishedSinceRestart;
+         if (m->at < restartAt_) {
+            ++f.staleSinceRestart;
+            world_->log("egress collection: {} seq {} latched before the agent restart published after it",
+                        t.intfId.shortName(), t.sequenceId);
+         }
+      }
       if (t.egressTime == m->latched) {
          m->fate = Fate::published;
       } else if (t.egressTime == 0) {
@@ -377,34 +454,34 @@ class EgressCollectionModule final : public Module {
       }
    }
 
-   // Whether the full time that the collector just widened with lies in
-   // [latch, latch + 2^32 ns): only such a time can widen a 32-bit latch
-   // exactly, so only then is a wrong result the library's error. A stale
-   // file, a faulty FPGA and an entry that waited too long all fail it.
+   // Whether the time the collector just widened with was sound (soundTime()).
    bool sourceSound(ChipState& c, U64 latched) const {
-      std::string text;
       if (c.asicTimeFile) {
          std::ifstream file(Platform::osPath(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap)));
-         file >> text;
-      } else {
-         const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
-         const PtpTimeSync::HpxConfig* hpx =
-             world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
-         if (!hpx || !hpx->ham()) return false;
-         text = hpx->ham()->result();  // what the collector's fetcher read just now
+         return soundTime(std::string(std::istreambuf_iterator<char>(file), {}), latched);
       }
-      U64 v = 0;
-      auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
-      return ec == std::errc{} && end == text.data() + text.size() && v >= latched && v - latched < (U64(1) << 32);
+      const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
+      const PtpTimeSync::HpxConfig* hpx =
+          world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
+      // What the collector's fetcher read just now.
+      return hpx && hpx->ham() && soundTime(hpx->ham()->result(), latched);
    }
 
    // --- Reporting -----------------------------------------------------------------------
 
+   static Counts counts(const Flow& f) {
+      Counts c;
+      for (const Message& m : f.messages) ++c.n[m.fate];
+      c.sent = f.messages.size();
+      c.publishedSinceRestart = f.publishedSinceRestart;
+      c.staleSinceRestart = f.staleSinceRestart;
+      return c;
+   }
+
    std::string flowLine(const Flow& f) const {
-      std::map<Fate, unsigned> n;
+      const Counts n = counts(f);
       std::vector<double> delays;  // ms
       for (const Message& m : f.messages) {
-         ++n[m.fate];
          if (m.fate == Fate::published) delays.push_back((m.publishedAt - m.at) * 1e3);
       }
       std::sort(delays.begin(), delays.end());
@@ -420,6 +497,7 @@ class EgressCollectionModule final : public Module {
    bool counterNeedsInit_ = false;
    double start_ = 0;
    double messagesPerSecond_ = 0;
+   Kiv::Seconds restartAt_ = -1;  // the last agent restart, if any
    std::size_t chipCount_ = 0;
    World* world_ = nullptr;
    const Scenario* scenario_ = nullptr;
@@ -429,6 +507,7 @@ class EgressCollectionModule final : public Module {
    Pondo::Ptr<VyrPtp::PtpTimestampLocationConfig> location_;
    Pondo::Ptr<Ptp::HwTimestampStatus> glint_;
    Pondo::Ptr<VyrPtp::PlatformEgressTsInfo> tsInfo_;
+   Pondo::Ptr<Statebase::EntityManager> em_;
    Pondo::Ptr<Watch<Ptp::HwTimestampStatus>> glintWatch_;
    Pondo::Ptr<Watch<VyrPtp::VyrEgressTsArmAggregateSm>> pollingWatch_;
    Pondo::Ptr<VyrPtp::VyrEgressTsPollingAdapterSm> adapter_;

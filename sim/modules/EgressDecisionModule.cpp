@@ -150,8 +150,7 @@ class EgressDecisionModule final : public Module {
       // The egress machine reads the protocol side's configuration: a port
       // data set on a LAG is configured under the LAG's name, which the
       // adapted configuration (per physical port) never holds.
-      adapter_ = VyrPtp::hwConfigAdapterSmFactory(hwConfig_, vcsd_, adaptedHwConfig_);
-      egress_ = VyrPtp::egressTimestampIntfSmFactory(intfStatus_, lagStatus_, hwConfig_, ptpStatus_, status_);
+      startMachines();
       if (w.verbose) {
          logger_ = std::make_unique<StatusLogger>(w);
          status_->subscriberAdd(logger_.get());
@@ -184,6 +183,20 @@ class EgressDecisionModule final : public Module {
       reportChanges(w, std::find(mine.begin(), mine.end(), e.kind) != mine.end());
    }
 
+   void agentRestart(World& w) override {
+      egress_ = nullptr;
+      adapter_ = nullptr;
+      startMachines();
+      reportChanges(w, true);
+   }
+
+   void reportData(World&, Json& out) override {
+      out["portDataSets"] = ptpStatus_->portDS().size();
+      out["enabledPortDataSets"] = egress_->enabledPortDS().size();
+      Json& polled = out["polled"] = Json::array();
+      for (IntfId i : status_->physicalIntfNeedsPolling()) polled.push(i.name());
+   }
+
    void report(World&, std::string& out) override {
       out += fmt::format("Egress decisions: {} port data sets ({} enabled); polled: {}; one-step update: {}.\n",
                          ptpStatus_->portDS().size(), egress_->enabledPortDS().size(), pollingText(),
@@ -192,6 +205,11 @@ class EgressDecisionModule final : public Module {
    }
 
   private:
+   void startMachines() {
+      adapter_ = VyrPtp::hwConfigAdapterSmFactory(hwConfig_, vcsd_, adaptedHwConfig_);
+      egress_ = VyrPtp::egressTimestampIntfSmFactory(intfStatus_, lagStatus_, hwConfig_, ptpStatus_, status_);
+   }
+
    // --- Reading the scenario ---------------------------------------------------
 
    IntfId chipIntf(const YAML::Node& n) const {

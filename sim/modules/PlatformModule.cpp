@@ -64,6 +64,14 @@ class PlatformModule final : public Module {
       out += fmt::format("Chassis: {} chips, {} interfaces.\n", w.chips.size(), intfs);
    }
 
+   void reportData(World& w, Json& out) override {
+      for (std::size_t i = 0; i < w.chips.size(); ++i) {
+         Json& c = out["chips"][std::to_string(w.chips[i].logicalFap)];
+         c["interfaces"] = w.chips[i].interfaces.size();
+         c["fifoDepth"] = fifoDepths_[i];
+      }
+   }
+
   private:
    std::vector<Chip> chips_;
    std::vector<std::size_t> fifoDepths_;

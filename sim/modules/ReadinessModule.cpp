@@ -246,10 +246,7 @@ class ReadinessModule final : public Module {
          programmers_.push_back(
              Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, records_, w));
       }
-      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_.intfInfoStatus, records_.pipelineInfoStatus,
-                                                   actions_);
-      programmerSm_ = aggregatorSmFactory(records_.status, programmerHw);
-      observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+      startMachines(w);
       w.log("readiness: {} programmers over {} interfaces; actions at generation {}", decls_.size(), chassis.size(),
             actions_->generation().counter);
    }
@@ -283,7 +280,49 @@ class ReadinessModule final : public Module {
       out += "\n";
    }
 
+   void agentRestart(World& w) override {
+      if (decls_.empty()) return;
+      observer_ = nullptr;
+      readinessSm_ = nullptr;
+      programmerSm_ = nullptr;
+      startMachines(w);
+   }
+
+   void reportData(World&, Json& out) override {
+      if (decls_.empty()) return;
+      out["generation"] = actions_->generation().counter;
+      auto state = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) {
+         Json j;
+         auto it = m.find(i);
+         j["ready"] = it != m.end() && it->second.present && it->second.ready;
+         j["since"] = it == m.end() || it->second.since < 0 ? Json() : Json(it->second.since);
+         return j;
+      };
+      for (const auto& [i, info] : records_.intfInfoStatus->intfInfo()) {
+         Json& intf = out["interfaces"][i.name()];
+         intf["readinessAggregator"] = state(observer_->byReadiness, i);
+         intf["programmerAggregator"] = state(observer_->byProgrammers, i);
+      }
+      Json& verdicts = out["pipelineVerdicts"] = Json::array();
+      for (const auto& v : observer_->verdicts) {
+         Json& j = verdicts.push(Json());
+         j["at"] = v.at;
+         j["generation"] = v.generation.counter;
+         j["ready"] = bool(v.generation.flag);
+      }
+   }
+
   private:
+   // The library's two aggregators, and the observer of what they publish.
+   void startMachines(World& w) {
+      auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
+      auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
+      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_.intfInfoStatus, records_.pipelineInfoStatus,
+                                                   actions_);
+      programmerSm_ = aggregatorSmFactory(records_.status, programmerHw);
+      observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+   }
+
    std::vector<IntfId> interfacesOf(const ProgrammerDecl& decl, const std::vector<IntfId>& chassis, World& w) {
       if (decl.allInterfaces) return chassis;
       std::vector<IntfId> intfs;
