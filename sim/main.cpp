@@ -14,11 +14,6 @@
 
 namespace Sim {
 
-std::vector<ModuleMaker>& moduleMakers() {
-   static std::vector<ModuleMaker> makers;
-   return makers;
-}
-
 namespace {
 
 constexpr const char* kUsage =
