@@ -179,7 +179,8 @@ class EgressCollectionModule final : public Module {
          if (e.kind == "traffic") rates(e.body);
       }
       for (const auto& [intf, rate] : highest) messagesPerSecond_ += rate;
-      chipCount_ = s.section("chips").size();
+      const YAML::Node chips = s.section("chips");
+      chipCount_ = chips.IsSequence() ? chips.size() : 0;
    }
 
    // A poll tick per chip every 4 ms; per message its latch and its read.
