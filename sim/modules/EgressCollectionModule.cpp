@@ -180,7 +180,7 @@ class EgressCollectionModule final : public Module {
       }
       for (const auto& [intf, rate] : highest) messagesPerSecond_ += rate;
       const YAML::Node chips = s.section("chips");
-      chipCount_ = chips.IsSequence() ? chips.size() : 0;
+      chipCount_ = chips && chips.IsSequence() ? chips.size() : 0;
    }
 
    // A poll tick per chip every 4 ms; per message its latch and its read.
