@@ -11,24 +11,29 @@ description: >
 duration: 5
 chips:
   - logicalFap: 0
+    slice: Linecard1
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
   - logicalFap: 1
-    interfaces: [Ethernet3/1, Ethernet3/2, Ethernet4/1, Ethernet4/2]
+    slice: Linecard3
+    interfaces: [Ethernet3/1, Ethernet3/2, {Ethernet4/1: [4, 1]}, {Ethernet4/2: [5, 1]}]
 asicTime:
   initCounter: true          # the chips' time counters start on "init"
-  waitForCounterInit: true
   hpx: hpx1                  # the FPGA whose PTP counter time sync uses
   egressPeriod: 0.25
+# Scripted programmers: they stand for components of the agent outside this
+# library, which report what they programmed per interface and pipeline.
 programmers:
-  - name: CF_UPDATE
-    interfaces: all
-    pipeline: true
-    delay: 0.05
-  - name: INGRESS_FWD
+  - name: PKT_TRAP
     interfaces: [Ethernet1/1, Ethernet1/2, Ethernet2/1, Ethernet2/2]
     pipeline: true
     delay: 0.2
     failsAt: [2]
+cfUpdate:                    # the platform's correction-field settings per interface
+  Ethernet1/1: {ingressUpdate: true, egressMode: residenceTime, twoStepUpdate: true}
+  Ethernet1/2: {ingressUpdate: true, egressMode: residenceTime}
+  Ethernet2/1: {}
+  Ethernet3/1: {egressMode: egressTimestamp, dropInvalid: true}
+  Ethernet3/2: {forceSign: true}
 lags:
   Port-Channel10: [Ethernet3/1, Ethernet3/2]
 ptpMode: 1
@@ -41,6 +46,11 @@ egressCollection:
   counterNeedsInit: true
   start: 0.5                 # PTP event traffic from then on, per second:
   traffic: {Ethernet1/1: 128, Ethernet1/2: 16, Ethernet3/1: 16, Ethernet3/2: 16}
+hwStatus:
+  timestampLocation: externalPhy   # interfaces whose PHY takes part in time sync are timestamped there
+  slices: {0: Linecard1, 1: Linecard2}
+  phyIsland: {Ethernet3/1: {rx: false, tx: false}}
+  timeSync: {0: 5, 1: 5}           # 5: stable
 portDS:
   - {intf: Ethernet1/1, state: slave, clockId: 001c73.fffe.000001}
   - {intf: Ethernet1/2, state: master, clockId: 001c73.fffe.000001}
@@ -48,6 +58,8 @@ portDS:
 timeline:
   - at: 1.0
     note: the protocol side starts
+  - at: 1.2
+    cfUpdate: {intf: Ethernet2/1, egressMode: egressTimestamp}
   - at: 1.5
     bumpGeneration:
   - at: 1.5
@@ -56,6 +68,10 @@ timeline:
     operStatus: {Ethernet3/2: down}
   - at: 2.0
     asicTimeFault: {logicalFap: 1, fault: missing, for: 1.2}
+  - at: 2.2
+    cfUpdate: {intf: Ethernet1/2, twoStepUpdate: true, valid: false}
+  - at: 2.4
+    cfUpdate: {intf: Ethernet1/2}
   - at: 2.5
     bumpGeneration:
   - at: 2.5
@@ -64,6 +80,10 @@ timeline:
     hpxFault: {fault: stepBack, by: 2.0, for: 0.5}
   - at: 3.0
     lag: {name: Port-Channel10, members: [Ethernet3/1, Ethernet4/1]}
+  - at: 3.2
+    timeSync: {0: 3}
+  - at: 3.4
+    timeSync: {0: 5}
   - at: 3.5
     asicTimeFault: {logicalFap: 0, fault: zero, for: 0.5}
   - at: 3.5
@@ -72,8 +92,28 @@ timeline:
     portDS: {intf: Ethernet1/1, remove: true}
   - at: 3.6
     bumpGeneration:
+  - at: 3.8
+    cfUpdate: {intf: Ethernet3/2, remove: true}
+  - at: 3.9
+    cfUpdate: {intf: Ethernet3/1, egressMode: none, dropInvalid: false}
+  - at: 4.2
+    cfUpdate: {intf: Ethernet1/1, ingressUpdate: false, egressMode: none, twoStepUpdate: false}
+  - at: 4.3
+    cfUpdate: {intf: Ethernet1/2, ingressUpdate: false, egressMode: none, twoStepUpdate: false}
+  - at: 4.4
+    cfUpdate: {intf: Ethernet2/1, egressMode: none}
+  - at: 4.5
+    cfUpdate: {intf: Ethernet3/2, valid: false}
+  - at: 4.8
+    cfUpdate: {intf: Ethernet3/2, forceSign: true}
   - at: 4.0
-    timestampLocation: {Ethernet3/1: externalPhy}
+    phyTimeSync: {Ethernet3/1: true}
+  - at: 4.2
+    phyIsland: {Ethernet3/1: {rx: true, tx: true}}
+  - at: 4.4
+    phyTimeSync: {Ethernet3/1: false}
+  - at: 4.5
+    phyIsland: {Ethernet3/1: {rx: false, tx: false}}
   - at: 4.1
     hpxFault: {fault: text, text: 12ab, for: 0.3}
   - at: 4.6

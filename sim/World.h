@@ -18,6 +18,8 @@ class Scenario;
 // One forwarding chip of the chassis (section `chips`).
 struct Chip {
    Pondo::LogicalFapId logicalFap = 0;
+   std::string slice;  // the slice that carries it
+   std::string name;   // the chip's description; logical FAPs on one chip share it
    std::vector<Wyx::IntfId> interfaces;
    int line = 0;  // where the scenario declares it
 };

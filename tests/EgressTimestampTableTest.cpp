@@ -16,8 +16,11 @@ class EgressTimestampTableTest : public ::testing::Test {
    Pondo::Ptr<Statebase::EntityManager> em = Kiv::make<Statebase::EntityManager>();
    Pondo::Ptr<EgressTimestampTable> table = Kiv::make<EgressTimestampTable>();
    std::vector<std::pair<EgressTsSwTableKey, EgressTimestampEntry>> reads;
-   EgressTimestampTable::ReadCallback record = [this](const EgressTsSwTableKey& k, const EgressTimestampEntry& e) {
+   std::vector<std::uint32_t> tags;
+   EgressTimestampTable::ReadCallback record = [this](const EgressTsSwTableKey& k, const EgressTimestampEntry& e,
+                                                      std::uint32_t tag) {
       reads.emplace_back(k, e);
+      tags.push_back(tag);
    };
    const EgressTsSwTableKey slot{3, PortType::network};
 };
@@ -61,10 +64,19 @@ TEST_F(EgressTimestampTableTest, FifoReturnsOldestFirstAndOverwritesWhenFull) {
    EXPECT_FALSE(reads[4].second.valid);
 }
 
+TEST_F(EgressTimestampTableTest, EachCompletionCarriesItsRequestsTag) {
+   table->doInit(chip->unit(), em, chip->gif());
+   table->read(slot, record, 7);
+   table->read(slot, record);
+   table->read({4, PortType::network}, record, 0xFFFFFFFF);
+   Kiv::activityManager().runReady();
+   EXPECT_EQ(tags, (std::vector<std::uint32_t>{7, 0, 0xFFFFFFFF}));
+}
+
 TEST_F(EgressTimestampTableTest, CancelledReadsAreNotDelivered) {
    table->doInit(chip->unit(), em, chip->gif());
    device->send(slot, 1);
-   EgressTimestampTable::ReadCallback cancelRest = [this](const EgressTsSwTableKey&, const EgressTimestampEntry&) {
+   EgressTimestampTable::ReadCallback cancelRest = [this](const EgressTsSwTableKey&, const EgressTimestampEntry&, std::uint32_t) {
       reads.push_back({});
       table->readsCancel();
    };
@@ -101,7 +113,7 @@ TEST_F(EgressTimestampTableTest, ChipPublishesWhatItLatchesAndWhatIsReadOut) {
 
 TEST(EgressTimestampTableDeathTest, ReadBeforeInitStops) {
    auto table = Kiv::make<EgressTimestampTable>();
-   EgressTimestampTable::ReadCallback none = [](const EgressTsSwTableKey&, const EgressTimestampEntry&) {};
+   EgressTimestampTable::ReadCallback none = [](const EgressTsSwTableKey&, const EgressTimestampEntry&, std::uint32_t) {};
    EXPECT_DEATH(table->read({}, none), "egress timestamp table read before doInit");
 }
 

@@ -29,8 +29,8 @@ std::string stormScenario(unsigned seed) {
       for (int i = 0; i < 4; ++i) s += (i ? ", " : "") + intfName(c, i);
       s += "]\n";
    }
-   s += "asicTime: {initCounter: true, waitForCounterInit: true, hpx: hpx1, egressPeriod: 0.1}\n"
-        "programmers:\n  - {name: CF_UPDATE, interfaces: all, pipeline: true, delay: 0.05, failsAt: [3]}\n"
+   s += "asicTime: {initCounter: true, hpx: hpx1, egressPeriod: 0.1}\n"
+        "programmers:\n  - {name: PKT_TRAP, interfaces: all, pipeline: true, delay: 0.05, failsAt: [3]}\n"
         "lags:\n  Port-Channel1: [Ethernet1/1, Ethernet1/2]\n"
         "ptpMode: 1\nptpIntfConfig:\n  Port-Channel1: {enabled: true}\n";
    const std::vector<std::string> ports = {"Port-Channel1", "Ethernet3/1", "Ethernet4/2", "Ethernet5/1", "Ethernet6/2"};
@@ -42,10 +42,11 @@ std::string stormScenario(unsigned seed) {
    for (int c = 0; c < kChips; ++c) {
       for (int i = 0; i < 4; ++i) s += fmt::format("{}{}: {}", c + i ? ", " : "", intfName(c, i), pick({"16", "32", "128"}));
    }
-   s += "}\ntimeline:\n";
+   s += "}\nhwStatus:\n  timestampLocation: externalPhy\n  phyTimeSync: [Ethernet3/1, Ethernet5/2]\n"
+        "  phyIsland: {Ethernet3/1: {rx: true, tx: true}}\n  timeSync: {0: 5, 1: 5, 2: 5}\ntimeline:\n";
    for (int e = 0; e < 40; ++e) {
       s += fmt::format("  - at: {:.3f}\n    ", uniform(0, kDuration - 0.5));
-      switch (rng() % 12) {
+      switch (rng() % 15) {
          case 0:
             s += fmt::format("asicTimeFault: {{logicalFap: {}, fault: {}, for: {:.2f}}}\n", rng() % kChips,
                              pick({"missing", "zero", "garbage"}), uniform(0.05, 1.5));
@@ -67,9 +68,15 @@ std::string stormScenario(unsigned seed) {
             s += fmt::format("portDS: {{intf: {}, state: {}}}\n", ports[rng() % ports.size()],
                              pick({"master", "slave", "passive", "listening", "disabled"}));
             break;
-         case 8: s += fmt::format("timestampLocation: {{{}: {}}}\n", anyIntf(), pick({"externalPhy", "chip"})); break;
+         case 8: s += fmt::format("timestampLocation: {}\n", pick({"externalPhy", "chip"})); break;
          case 9: s += fmt::format("traffic: {{{}: {}}}\n", anyIntf(), pick({"0", "8", "64", "256"})); break;
          case 10: s += fmt::format("operStatus: {{{}: {}}}\n", anyIntf(), pick({"up", "down"})); break;
+         case 11: s += fmt::format("timeSync: {{{}: {}}}\n", rng() % kChips, pick({"5", "5", "3", "none"})); break;
+         case 12: s += fmt::format("phyTimeSync: {{{}: {}}}\n", anyIntf(), pick({"true", "false"})); break;
+         case 13:
+            s += fmt::format("phyIsland: {{{}: {}}}\n", anyIntf(),
+                             pick({"{rx: true, tx: true}", "{rx: false, tx: true}", "none"}));
+            break;
          default: s += pick({"bumpGeneration:\n", "agentRestart:\n"}); break;
       }
    }
@@ -116,7 +123,7 @@ TEST(SimAgentRestartTest, ReadinessAndTimestampsRecover) {
    std::string s = fmt::format(
        "duration: 4\nchips:\n  - {{logicalFap: 0, interfaces: [Ethernet1/1, Ethernet1/2]}}\n"
        "asicTime: {{egressPeriod: 0.1}}\n"
-       "programmers:\n  - {{name: CF_UPDATE, interfaces: all, pipeline: true, delay: 0.05}}\n"
+       "programmers:\n  - {{name: PKT_TRAP, interfaces: all, pipeline: true, delay: 0.05}}\n"
        "ptpMode: 1\nptpIntfConfig:\n  Ethernet1/1: {{enabled: true}}\n"
        "portDS:\n  - {{intf: Ethernet1/1, state: master, clockId: 001c73.fffe.000001}}\n"
        "egressCollection:\n  traffic: {{Ethernet1/1: 100}}\n"

@@ -111,9 +111,51 @@ TEST_F(TimestampFetcher, CounterTextEndsAtItsFirstZeroByte) {
 
 TEST_F(TimestampFetcher, SimulationDoesNotValidateCounterText) {
    setenv("SIMULATION_VMID", "1", 1);
+   auto simulated = VyrPtp::timestampFetcherFactory(status, config);
+   EXPECT_TRUE(simulated->simulation());
+   ham->textIs("ptp_timestamp", "12ab");
+   EXPECT_EQ(simulated->readHpxCounter("ptp_timestamp"), 12u);
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 0u);
+}
+
+// The environment counts when the fetcher is made, not at each read.
+TEST_F(TimestampFetcher, SimulationIsReadOnceAtCreationAndCanBeSetByTests) {
+   EXPECT_FALSE(fetcher->simulation());
+   setenv("SIMULATION_VMID", "1", 1);
    ham->textIs("ptp_timestamp", "12ab");
    EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 12u);
-   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 0u);
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
+
+   fetcher->simulationIs(true);
+   fetcher->readHpxCounter("ptp_timestamp");
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
+   unsetenv("SIMULATION_VMID");
+   auto simulated = VyrPtp::timestampFetcherFactory(status, config);
+   simulated->simulationIs(true);
+   simulated->readHpxCounter("ptp_timestamp");
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
+}
+
+// The device found by name is kept until time synchronisation changes.
+TEST_F(TimestampFetcher, ActiveHpxFollowsChangesOfStatusAndConfiguration) {
+   EXPECT_EQ(fetcher->activeHpxHam(), ham.get());
+   auto other = Kiv::make<Hpx::SimHam>("hpx2");
+   config->hpxIs("hpx2")->hamIs(other);
+   status->activeHpxIs("hpx2");
+   EXPECT_EQ(fetcher->activeHpxHam(), other.get());
+   auto replacement = Kiv::make<Hpx::SimHam>("hpx2");
+   config->hpx("hpx2")->hamIs(replacement);
+   EXPECT_EQ(fetcher->activeHpxHam(), replacement.get());
+   config->hpxDel("hpx2");
+   EXPECT_EQ(fetcher->activeHpxHam(), nullptr);
+   EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 0u);
+   EXPECT_TRUE(traces.has(8, "activeHpxHam does not exist"));
+   status->activeHpxIs("");
+   config->hpxIs("hpx2")->hamIs(other);
+   EXPECT_EQ(fetcher->activeHpxHam(), nullptr);
+   status->activeHpxIs("hpx1");
+   EXPECT_EQ(fetcher->activeHpxHam(), ham.get());
+   EXPECT_EQ(traces.count(8, "activeHpxHam"), 7u);  // traced on every call
 }
 
 TEST_F(TimestampFetcher, OtherTypesAreReadUnchecked) {
@@ -161,6 +203,21 @@ TEST_F(TimestampFetcher, RetryReadsAtMostRetriesPlusOneTimes) {
    EXPECT_EQ(ham->valueReads(), 4u);
    EXPECT_EQ(fetcher->errors(), 14u);
    EXPECT_TRUE(traces.has(1, "re-read HPX TS, number of retries: 14"));
+}
+
+// An 8-bit setting of 255 must end as well: 256 reads of a stalled counter.
+TEST_F(TimestampFetcher, RetryWith255RetriesEndsAfter256Reads) {
+   fetcher->hpxNegIncNumReadRetriesIs(255);
+   fetcher->prevHpxTimeIs(5 * kSecond);
+   counterStaysAt(5 * kSecond);
+   EXPECT_EQ(fetcher->hpxTimestamp("ptp_timestamp"), 5 * kSecond);
+   EXPECT_EQ(ham->valueReads(), 256u);
+   EXPECT_EQ(fetcher->errors(), 256u);
+   EXPECT_EQ(fetcher->prevHpxTime(), 5 * kSecond);
+   EXPECT_EQ(traces.count(0, "[WARNING] HPX TS did not increase: current = 5000000000 = 0x12a05f200, "
+                             "previous = 5000000000 = 0x12a05f200, error count = 256"),
+             1u);
+   EXPECT_TRUE(traces.has(1, "re-read HPX TS, number of retries: 256"));
 }
 
 TEST_F(TimestampFetcher, RetryDoesNotRereadAStepBackOfOneSecondOrMore) {

@@ -1,6 +1,7 @@
 // Tracing and assertions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -132,6 +133,16 @@ TEST_F(Trace, TheStarConfiguresHandlesWithoutTheirOwnEntryIncludingLaterOnes) {
    EXPECT_EQ(envTrace.mask(), 0);
 }
 
+// What `apply` says when it refuses `config`.
+std::string refusal(void (*apply)(std::string_view), const char* config) {
+   try {
+      apply(config);
+   } catch (const std::invalid_argument& e) {
+      return e.what();
+   }
+   return fmt::format("'{}' accepted", config);
+}
+
 TEST_F(Trace, AMalformedConfigurationIsRefusedWholeAndNamesTheBadItem) {
    Kiv::traceConfigIs("TraceTest/1");
    const std::pair<const char*, const char*> cases[] = {
@@ -141,15 +152,26 @@ TEST_F(Trace, AMalformedConfigurationIsRefusedWholeAndNamesTheBadItem) {
        {"TraceTest/123", "bad trace level in 'TraceTest/123'"},
        {"/3", "trace item '/3' names no handle"},
    };
-   for (const auto& [config, message] : cases) {
-      try {
-         Kiv::traceConfigIs(config);
-         ADD_FAILURE() << "accepted " << config;
-      } catch (const std::invalid_argument& e) {
-         EXPECT_STREQ(e.what(), message);
-      }
-   }
+   for (const auto& [config, message] : cases) EXPECT_EQ(refusal(Kiv::traceConfigIs, config), message);
    EXPECT_EQ(trace.mask(), 0b10);  // untouched by the refused configurations
+}
+
+TEST_F(Trace, HandlesOfTheLoadedCodeAreListedSortedOnce) {
+   Kiv::Tracer again{"TraceTest"};  // a second handle of the same name
+   const std::vector<std::string> names = Kiv::traceHandles();
+   EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+   EXPECT_EQ(std::count(names.begin(), names.end(), "TraceTest"), 1);
+}
+
+TEST_F(Trace, ACheckedConfigurationNamesAnUnknownHandleOrTheMalformedItemAndAppliesNothing) {
+   Kiv::traceConfigIs("TraceTest/1");
+   EXPECT_NO_THROW(Kiv::traceConfigCheck("TraceTest/0-9,*/0"));
+   const std::pair<const char*, const char*> cases[] = {
+       {"TraceTest/2,NoSuchHandle/1", "unknown trace handle 'NoSuchHandle'"},
+       {"TraceTest/x", "bad trace level in 'TraceTest/x'"},
+   };
+   for (const auto& [config, message] : cases) EXPECT_EQ(refusal(Kiv::traceConfigCheck, config), message);
+   EXPECT_EQ(trace.mask(), 0b10);
 }
 
 TEST_F(Trace, RecordsGoToAFile) {

@@ -296,6 +296,19 @@ TEST_F(Collector, ConstructionWalksInterfacesAlreadyNeedingPolling) {
    EXPECT_EQ(published(et1)->egressTime, sent);
 }
 
+// The decisions are the second input and the chip's interfaces the third:
+// construction walks them in that order.
+TEST_F(Collector, ConstructionWalksTheDecisionsBeforeTheInterfaceInfos) {
+   status->physicalIntfNeedsPollingIs(et1);
+   sm = VyrPtp::vyrEgressTsArmLogicalFapSmFactory(1, status, fap, fetcher, em, glint, wheel);
+   std::vector<std::string> walked;
+   for (const auto& r : traces.records) {
+      if (r.level == 5) walked.push_back(r.message);
+   }
+   EXPECT_EQ(walked, (std::vector<std::string>{"Enabling polling for Ethernet1/1", "Enabling polling for Ethernet1/1",
+                                               "Disabling polling for Ethernet1/2"}));
+}
+
 TEST_F(Collector, EnablingAPolledInterfaceAgainDrainsItAgain) {
    create();
    enable(et1);
@@ -339,6 +352,7 @@ TEST_F(Collector, LateEmptyDrainCompletionAfterDisablingPolls) {
 TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    ::setenv("SIMULATION_VMID", "1", 1);
    create();
+   ::unsetenv("SIMULATION_VMID");  // read once, when the collector was made
    EXPECT_TRUE(sm->simulation());
    enable(et1);
    chip->timeOffsetNsIs(std::int64_t(0x1234) - std::int64_t(chip->timeNs() & kLow32));
@@ -350,6 +364,18 @@ TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    EXPECT_EQ(published(et1)->sequenceId, 8);
    EXPECT_TRUE(traces.has(3, "Simulation mode, skip timestamp fetcher checks"));
    EXPECT_EQ(ham->valueReads(), fpgaReads);
+}
+
+TEST_F(Collector, SimulationModeCanBeChosenWithoutTheEnvironment) {
+   create();
+   EXPECT_FALSE(sm->simulation());
+   sm->simulationIs(true);
+   enable(et1);
+   chip->timeOffsetNsIs(std::int64_t(0x5678) - std::int64_t(chip->timeNs() & kLow32));
+   chip->send(slot1, 9);
+   loop.runFor(0.004);
+   ASSERT_NE(published(et1), nullptr);
+   EXPECT_EQ(published(et1)->egressTime, 0x5678u);
 }
 
 TEST_F(Collector, ATimestampIsLostWhileTheFetcherIsNotReady) {
@@ -420,6 +446,36 @@ TEST_F(CollectorDeathTest, ACompletionForAnotherInterfacesSlotStops) {
                 "swIndex == tsLogicalFapInfo\\(\\)->intfInfo\\( intfId \\).swTableIndex\\(\\)");
    EXPECT_DEATH(sm->callbackDrainFifo({99, PortType::network}, EgressTimestampEntry{}),
                 "swIndex == tsLogicalFapInfo\\(\\)->intfInfo\\( intfId \\).swTableIndex\\(\\)");
+}
+
+// A poll read whose interface moved to another slot before it completed no
+// longer matches the interface's info.
+TEST_F(CollectorDeathTest, APollReadCompletingAfterItsInterfaceMovedStops) {
+   create();
+   enable(et1);
+   EXPECT_DEATH(
+       {
+          chip->send(slot1, 1);
+          sm->sendEgressTimestampReadReq();
+          fap->intfInfoIs({et1, 32, {9, PortType::network}});
+          loop.runReady();
+       },
+       "swIndex == tsLogicalFapInfo\\(\\)->intfInfo\\( intfId \\).swTableIndex\\(\\)");
+}
+
+// Two polled interfaces given one slot: every read of it is taken for the
+// interface whose poll wrote the slot map last.
+TEST_F(Collector, ReadsOfASharedSlotGoToTheInterfaceMappedLast) {
+   fap->intfInfoIs({et2, 32, slot1});
+   create();
+   enable(et1);
+   enable(et2);
+   const U64 sent = chip->send(slot1, 5);
+   loop.runFor(0.004);
+   EXPECT_EQ(sm->swIndexToIntf(slot1), et2);
+   ASSERT_NE(published(et2), nullptr);
+   EXPECT_EQ(published(et2)->egressTime, sent);
+   EXPECT_EQ(published(et1), nullptr);
 }
 
 TEST_F(CollectorDeathTest, ALogicalFapWithoutChipInterfaceStops) {
@@ -501,6 +557,20 @@ TEST_F(PollingAdapter, ConstructionReflectsPopulatedInputs) {
    EXPECT_FALSE(polled(et2));
    EXPECT_TRUE(polled(et9));
    EXPECT_THROW(VyrPtp::vyrEgressTsPollingAdapterSmFactory(location, input, nullptr), Kiv::Error);
+}
+
+// The location entries are the first input and the decisions the second:
+// construction walks them in that order.
+TEST_F(PollingAdapter, ConstructionWalksTheLocationEntriesBeforeTheDecisions) {
+   input->physicalIntfNeedsPollingIs(et1);
+   location->enabledPhysicalIntfConfigIs(et2)->locationIs(Ptp::Location::Location::externalPhy);
+   create();
+   std::vector<std::string> walked;
+   for (const auto& r : traces.records) {
+      if (r.level == 5) walked.push_back(r.message);
+   }
+   EXPECT_EQ(walked, (std::vector<std::string>{"intfId: Ethernet1/2, asicNeedsPolling: false",
+                                               "intfId: Ethernet1/1, asicNeedsPolling: true"}));
 }
 
 TEST(PtpTimestampLocationConfig, EntriesAreCreatedOnceAndStartAtTheChip) {

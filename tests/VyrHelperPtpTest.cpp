@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <iostream>
 #include <random>
 
 #include "TempDir.h"
@@ -137,6 +139,32 @@ TEST_F(AsicTimeConversion, WideningRecoversTheLatchedTimeProperty) {
    for (int i = 0; i < 1'000'000; ++i) check(rng(), delay(rng));
    // Beyond one wrap the result is off by 2^32 ns: the read must follow the latch closely.
    EXPECT_EQ(TimestampFetcherBase::switchTimestamp(0x500000010 + maxDelay + 1, 0x10), 0x500000010u + (U64(1) << 32));
+}
+
+// The detail text is written without printf; it must be printf's bytes.
+TEST(DetailText, SameBytesAsPrintfOverRandomValues) {
+   const std::uint64_t seed = 20261122;
+   std::cout << "seed " << seed << "\n";
+   std::mt19937_64 rng(seed);
+   auto check = [](U64 e, U32 c, U32 seq) {
+      char expected[160];
+      const int n = std::snprintf(
+          expected, sizeof expected,
+          "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
+          U32(e / kSecond), U32(e % kSecond), c, static_cast<unsigned long long>(e), seq);
+      TimestampFetcherBase::DetailText out;
+      ASSERT_EQ(TimestampFetcherBase::detailText(out, e, c, seq), std::string_view(expected, std::size_t(n)))
+          << "e=" << e << " c=" << c << " seq=" << seq;
+   };
+   for (U64 e : {U64(0), U64(1), U64(0xF), U64(0x10), ~U64(0), 1'700'000'000 * kSecond}) {
+      for (U32 v : {U32(0), U32(9), U32(10), U32(0xFFFFFFFF)}) check(e, v, v);
+   }
+   // Values of every length: a random number shifted right by a random amount.
+   for (int i = 0; i < 3'000'000; ++i) {
+      const U64 e = rng() >> (rng() % 64);
+      const U64 r = rng();
+      check(e, U32(r) >> (r >> 32) % 32, U32(r >> 32) >> r % 32);
+   }
 }
 
 TEST(Conversion, ValidOnlyForNonEmptyFullyConsumedText) {

@@ -1,33 +1,32 @@
 // ASIC time access (section `asicTime`, events `asicTimeFault` and `hpxFault`).
 //
-// A simulated kernel keeps one ASIC time file per chip in a temporary directory
-// that the platform serves as "/proc/asic-time": every 10 ms it writes
+// A simulated kernel keeps one ASIC time file per chip in the memory-backed
+// directory of Platform::SimAsicTimeFiles, served as "/proc/asic-time": every 10 ms it writes
 // "<time of day> <PTP time> <ASIC time>" into <n>/ts, n being the chip's
 // logical FAP, and, when counters need initialisation, starts a chip's counter
 // once "init" appears in <n>/cfg (until then the file reads "0 0 0"). A
-// simulated FPGA's PTP counter follows virtual time. Per chip the library's
-// AsicTimestampFetcherWrapper opens and watches the file, and a
+// simulated FPGA's PTP counter follows virtual time. Per chip the file
+// machine of the library's hardware status machine (hw-status module) opens
+// and watches the file, an AsicTimestampFetcher reads through it and a
 // TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
 // egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
 // which are checked against the latch time. The file carries the chip's own
-// clock, the one its latches use, also in real time. Like the kernel's live file, a
-// chip's time file never reads older than the chip's last latch: it is also
-// rewritten whenever the chip (platform module) latches a PTP event message. The FPGA is meant to carry the
+// clock, the one its latches use, also in real time. Like the kernel's live
+// file, a chip's time file never reads older than the chip's last latch: after
+// a latch (platform module) it is rewritten before the chip's next read-out,
+// after which the library reads it. The FPGA is meant to carry the
 // chips' time, so its faults show up as wrongly widened timestamps; when a
 // timed FPGA fault ends, time synchronisation puts its counter right again.
-#include <unistd.h>
-
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <map>
 
 #include "Asic/SimulatedChip.h"
 #include "Hpx/SimHam.h"
 #include "Module.h"
+#include "Platform/SimAsicTimeFiles.h"
 #include "TimeSource.h"
-#include "Platform/File.h"
 #include "VyrPtp/VyrHelperPtp.h"
+#include "VyrPtp/VyrPtpHwStatusSm.h"
 
 namespace Sim {
 namespace {
@@ -94,18 +93,22 @@ class ReadyWatch final : public Kiv::Reactor {
    std::function<void(int)> onFd_;
 };
 
-// Calls back whenever a chip latches an egress timestamp.
+// Calls back whenever a chip latches an egress timestamp or gives one out.
 class LatchWatch final : public Kiv::Reactor {
   public:
-   LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch)
-       : chip_(this, std::move(chip), &LatchWatch::on_chip), onLatch_(std::move(onLatch)) {}
+   LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch,
+              std::function<void()> onReadOut)
+       : chip_(this, std::move(chip), &LatchWatch::on_chip),
+         onLatch_(std::move(onLatch)),
+         onReadOut_(std::move(onReadOut)) {}
 
   private:
    void on_chip(const Kiv::Change& c) {
       if (c.field == Asic::SimulatedChip::F::sent) onLatch_();
+      if (c.field == Asic::SimulatedChip::F::read) onReadOut_();
    }
    Kiv::Input<const Asic::SimulatedChip> chip_;
-   std::function<void()> onLatch_;
+   std::function<void()> onLatch_, onReadOut_;
 };
 
 // What one way of widening made of the chip's egress timestamps; wrong ones
@@ -132,13 +135,18 @@ struct ChipTime {
    const Chip* chip;
    std::uint8_t unit;
    Asic::SimulatedChip* device = nullptr;
-   Pondo::Ptr<VyrPtp::AsicTimestampFetcherWrapper> wrapper;
+   // The chip machine's file configuration and status, and a fetcher on them.
+   Pondo::Ptr<VyrPtp::AsicTimestampFileConfig> fileConfig;
+   Pondo::Ptr<const VyrPtp::AsicTimestampFileStatus> fileStatus;
+   Pondo::Ptr<VyrPtp::AsicTimestampFetcher> fileFetcher;
    Pondo::Ptr<VyrPtp::TimestampFetcher> hpxFetcher;
    Pondo::Ptr<ReadyWatch> watch;
    Pondo::Ptr<LatchWatch> latchWatch;
    // The simulated kernel's side.
    bool counterRunning = false;
+   bool latchedSinceWrite = false;
    std::string fault;  // ASIC time fault in force, or empty
+   std::string fileText;  // what the time file reads (its storage is reused for every write)
    std::string faultText;
    Kiv::Seconds faultUntil = 0;
    // What the library did.
@@ -150,12 +158,6 @@ struct ChipTime {
 
 class AsicTimeModule final : public Module {
   public:
-   ~AsicTimeModule() override {
-      if (dir_.empty()) return;
-      Platform::pathMapIs("/proc/asic-time", "");
-      std::filesystem::remove_all(dir_);
-   }
-
    std::string name() const override { return "asicTime"; }
    int order() const override { return 50; }
    std::vector<std::string> sections() const override { return {"asicTime"}; }
@@ -170,12 +172,13 @@ class AsicTimeModule final : public Module {
       }
       if (!sec) return;
       if (!sec.IsMap()) s.fail(sec, "'asicTime' is a map of settings");
-      s.onlyKeys(sec, {"initCounter", "waitForCounterInit", "hpx", "egressPeriod"});
+      s.onlyKeys(sec, {"initCounter", "hpx", "egressPeriod"});
       on_ = true;
       initCounter_ = s.get<bool>(sec, "initCounter", false);
-      waitForCounterInit_ = s.get<bool>(sec, "waitForCounterInit", false);
       hpxName_ = s.get<std::string>(sec, "hpx", "hpx1");
       egressPeriod_ = s.number(sec, "egressPeriod", {0.001, 3600, "s"}, 0.25);
+      // The kernel's files are there before any machine looks for them.
+      files_ = std::make_unique<Platform::SimAsicTimeFiles>();
    }
 
    // The kernel's tick every 10 ms and one egress tick per period.
@@ -195,11 +198,6 @@ class AsicTimeModule final : public Module {
                                             w.scenario.origin(), c.line, c.logicalFap));
          }
       }
-      std::string pattern = (std::filesystem::temp_directory_path() / "vyrptp-sim-asic-time-XXXXXX").string();
-      if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot create the ASIC time directory");
-      dir_ = pattern;
-      Platform::pathMapIs("/proc/asic-time", dir_);
-
       const Kiv::Seconds utc = Kiv::currentTimeUtc();
       utcAtStartNs_ = std::uint64_t(std::floor(utc)) * kSecond + std::uint64_t(std::llround((utc - std::floor(utc)) * 1e9));
       loopAtStart_ = Kiv::currentTime();
@@ -209,7 +207,7 @@ class AsicTimeModule final : public Module {
       ham_ = Kiv::make<Hpx::SimHam>(hpxName_.empty() ? "hpx1" : hpxName_);
       syncConfig->hpxIs(ham_->name())->hamIs(ham_);
       syncStatus->activeHpxIs(hpxName_);
-      w.log("asicTime: kernel files in {} served as /proc/asic-time; FPGA {} {}", dir_, ham_->name(),
+      w.log("asicTime: kernel files in {} served as /proc/asic-time; FPGA {} {}", files_->directory(), ham_->name(),
             hpxName_.empty() ? "present but not in use" : "in use by time synchronisation");
 
       for (const Chip& c : w.chips) {
@@ -217,16 +215,17 @@ class AsicTimeModule final : public Module {
          auto* device = &dynamic_cast<Asic::SimulatedChip&>(*info.device());
          ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap), device}).first->second;
          t.counterRunning = !initCounter_;
-         std::filesystem::create_directories(fmt::format("{}/{}", dir_, t.unit));
-         std::ofstream(cfgPath(t));
+         files_->unitIs(t.unit);
          writeTimeFile(t);
       }
       for (auto& [fap, t] : chips_) {
          ChipTime* chip = &t;
          startMachines(t);
-         t.latchWatch = Kiv::make<LatchWatch>(t.device, [this, chip] {
-            if (chip->fault != "missing") writeTimeFile(*chip);
-         });
+         t.latchWatch = Kiv::make<LatchWatch>(
+             t.device, [chip] { chip->latchedSinceWrite = true; },
+             [this, chip] {
+                if (chip->latchedSinceWrite && chip->fault != "missing") writeTimeFile(*chip);
+             });
       }
       kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });
       kernel_->timeMinIs(Kiv::currentTime() + kKernelPeriod);
@@ -243,10 +242,8 @@ class AsicTimeModule final : public Module {
          t.faultText = f.text;
          t.faultUntil = now + f.span;
          if (f.fault == "missing") {
-            // Descriptors still open on the file read nothing from now on.
-            std::error_code alreadyGone;
-            std::filesystem::resize_file(tsPath(t), 0, alreadyGone);
-            std::filesystem::remove(tsPath(t), alreadyGone);
+            files_->timeDel(t.unit);
+            t.fileText.clear();
          } else {
             writeTimeFile(t);
          }
@@ -278,15 +275,15 @@ class AsicTimeModule final : public Module {
 
    void report(World&, std::string& out) override {
       if (!on_) return;
-      out += fmt::format("ASIC time (initCounter {}, waitForCounterInit {}, egress timestamp every {} s per chip):\n",
-                         initCounter_, waitForCounterInit_, egressPeriod_);
+      out += fmt::format("ASIC time (initCounter {}, egress timestamp every {} s per chip):\n", initCounter_,
+                         egressPeriod_);
       for (auto& [fap, t] : chips_) {
-         const auto* st = t.wrapper->fileStatus();
+         const auto* st = t.fileStatus.get();
          out += fmt::format("  chip {}: /proc/asic-time/{}/ts {}, first ready at {}, ready {} time(s), {} reopen "
                             "request(s) after failed reads\n",
                             fap, t.unit, st->ready() ? "ready" : "NOT ready",
                             t.firstReady < 0 ? "never" : fmt::format("{:.3f} s", t.firstReady), t.readyPeriods,
-                            t.wrapper->fileConfig()->startPollingGenId());
+                            t.fileConfig->startPollingGenId());
          out += fmt::format("    via ASIC time file: {}\n", t.viaFile.toString());
          out += fmt::format("    via FPGA counter:   {}; fetcher errors {}\n", t.viaHpx.toString(),
                             t.hpxFetcher->errors());
@@ -297,7 +294,7 @@ class AsicTimeModule final : public Module {
       if (!on_) return;
       for (auto& [fap, t] : chips_) {
          t.watch = nullptr;
-         t.wrapper = nullptr;
+         t.fileFetcher = nullptr;
          t.hpxFetcher = nullptr;
          startMachines(t);
       }
@@ -308,7 +305,7 @@ class AsicTimeModule final : public Module {
       if (!on_) return;
       for (auto& [fap, t] : chips_) {
          Json& c = out["chips"][std::to_string(fap)];
-         c["fileReady"] = t.wrapper->fileStatus()->ready();
+         c["fileReady"] = t.fileStatus->ready();
          c["firstReady"] = t.firstReady < 0 ? Json() : Json(t.firstReady);
          c["readyPeriods"] = t.readyPeriods;
          c["viaFile"] = t.viaFile.data();
@@ -318,14 +315,24 @@ class AsicTimeModule final : public Module {
    }
 
   private:
-   // The library's machines of one chip: the FPGA fetcher and the ASIC time file wrapper.
+   // The library's fetchers of one chip: the FPGA's, and one through the file
+   // machine of the chip's hardware status machine (hw-status module), which
+   // an agent restart recreates before this module's turn.
    void startMachines(ChipTime& t) {
       ChipTime* chip = &t;
+      auto* hwStatus = dynamic_cast<VyrPtp::Location::VyrPtpHwStatusSm*>(world_->sysdb->entityPtr("ptp/hwStatusSm"));
+      const VyrPtp::Location::VyrPtpHwStatusFapSm* fapSm =
+          hwStatus ? hwStatus->hwStatusFapSm(VyrPtp::UnitPort::FapId(t.chip->logicalFap)) : nullptr;
+      if (!fapSm || !fapSm->asicTimestampFileSm()) {
+         throw ScenarioError(fmt::format("chip {} has no ASIC time file machine", t.chip->logicalFap));
+      }
+      t.fileConfig = fapSm->asicTimestampFileConfig();
+      t.fileStatus = fapSm->asicTimestampFileStatus();
+      t.fileFetcher = VyrPtp::asicTimestampFetcherFactory(t.fileConfig, t.fileStatus);
       t.hpxFetcher = VyrPtp::timestampFetcherFactory(world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status"),
                                                      world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config"));
-      t.wrapper = VyrPtp::asicTimestampFetcherWrapperFactory(t.unit, initCounter_, waitForCounterInit_);
-      t.watch = Kiv::make<ReadyWatch>(t.wrapper->fileStatus(), [this, chip](int fd) { fileReadyIs(*chip, fd); });
-      fileReadyIs(t, t.wrapper->fileStatus()->timestampFd());
+      t.watch = Kiv::make<ReadyWatch>(t.fileStatus, [this, chip](int fd) { fileReadyIs(*chip, fd); });
+      fileReadyIs(t, t.fileStatus->timestampFd());
    }
 
    static const Chip* findChip(const World& w, int fap) {
@@ -334,8 +341,6 @@ class AsicTimeModule final : public Module {
       }
       return nullptr;
    }
-   std::string tsPath(const ChipTime& t) const { return fmt::format("{}/{}/ts", dir_, t.unit); }
-   std::string cfgPath(const ChipTime& t) const { return fmt::format("{}/{}/cfg", dir_, t.unit); }
    // UTC nanoseconds at loop time `at`.
    std::uint64_t utcNs(Kiv::Seconds at) const {
       return utcAtStartNs_ + std::uint64_t(std::llround((at - loopAtStart_) * 1e9));
@@ -353,29 +358,25 @@ class AsicTimeModule final : public Module {
 
    // The kernel's view of one chip's time, as a read of its time file returns it.
    void writeTimeFile(ChipTime& t) {
-      std::string text;
+      t.fileText.clear();
       if (t.fault == "garbage") {
-         text = t.faultText + "\n";
+         t.fileText = t.faultText + "\n";
       } else if (!t.counterRunning || t.fault == "zero") {
-         text = "0 0 0\n";
+         t.fileText = "0 0 0\n";
       } else {
          const std::uint64_t now = t.device->timeNs();
-         text = fmt::format("{} {} {}\n", now, ham_->counter(), now);
+         fmt::format_to(std::back_inserter(t.fileText), "{} {} {}\n", now, ham_->counter(), now);
       }
-      std::ofstream(tsPath(t), std::ios::trunc) << text;
+      files_->timeIs(t.unit, t.fileText);
+      t.latchedSinceWrite = false;
    }
 
    void kernelTick() {
       const Kiv::Seconds now = Kiv::currentTime();
       for (auto& [fap, t] : chips_) {
-         if (!t.counterRunning) {
-            std::ifstream cfg(cfgPath(t));
-            std::string command((std::istreambuf_iterator<char>(cfg)), {});
-            if (command == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
-               t.counterRunning = true;
-               std::ofstream(cfgPath(t), std::ios::trunc);
-               world_->log("asicTime: kernel: counter of chip {} initialised", t.unit);
-            }
+         if (!t.counterRunning && files_->counterConfig(t.unit) == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
+            t.counterRunning = true;
+            world_->log("asicTime: kernel: counter of chip {} initialised", t.unit);
          }
          if (!t.fault.empty() && now >= t.faultUntil) {
             world_->log("asicTime: kernel: {} fault of chip {} over", t.fault, t.unit);
@@ -410,10 +411,9 @@ class AsicTimeModule final : public Module {
    }
 
    // The text that the fetcher `via` just read.
-   std::string readBack(const ChipTime& t, const char* via) const {
+   std::string_view readBack(const ChipTime& t, const char* via) const {
       if (via != std::string_view("file")) return ham_->result();
-      std::ifstream file(tsPath(t));
-      return std::string(std::istreambuf_iterator<char>(file), {});
+      return t.fileText;
    }
 
    void egressTick() {
@@ -423,7 +423,7 @@ class AsicTimeModule final : public Module {
          ++t.sequenceId;
          const auto& intfs = t.chip->interfaces;
          const Wyx::IntfId intf = intfs.empty() ? Wyx::IntfId() : intfs[t.sequenceId % intfs.size()];
-         widen(t, *t.wrapper->timestampFetcher(), t.viaFile, latched, intf, "file");
+         widen(t, *t.fileFetcher, t.viaFile, latched, intf, "file");
          widen(t, *t.hpxFetcher, t.viaHpx, latched, intf, "FPGA");
       }
       egress_->timeMinIs(now + egressPeriod_);
@@ -431,11 +431,10 @@ class AsicTimeModule final : public Module {
 
    bool on_ = false;
    bool initCounter_ = false;
-   bool waitForCounterInit_ = false;
    std::string hpxName_;
    double egressPeriod_ = 0.25;
    World* world_ = nullptr;
-   std::string dir_;
+   std::unique_ptr<Platform::SimAsicTimeFiles> files_;
    std::uint64_t utcAtStartNs_ = 0;
    Kiv::Seconds loopAtStart_ = 0;
    Kiv::Seconds hpxFaultUntil_ = 0;  // end of the timed FPGA fault in force

@@ -1,11 +1,11 @@
-// Egress timestamp collection (section `egressCollection`, events `traffic`
-// and `timestampLocation`).
+// Egress timestamp collection (section `egressCollection`, event `traffic`).
 //
 // Chosen interfaces send PTP event messages at a steady rate; each message is
 // latched by its chip's egress slot (the simulated chips of the platform
 // module, slot = the interface's position on its chip). The library's polling
 // adapter takes the egress decisions ("ptp/egressTimestampIntfStatus") less
-// the interfaces timestamped at their PHY ("ptp/timestampLocationConfig"), and
+// the interfaces timestamped at their PHY ("ptp/timestampLocationConfig",
+// written by the location machine of the hw-status module), and
 // its aggregate runs one collector per chip, taking full time from the chip's
 // time source of the asicTime module: the FPGA counter or the chip's ASIC time
 // file. The report follows every message to its publication in
@@ -16,19 +16,24 @@
 //     counterNeedsInit: true                    # the product's ASIC time counters need "init"
 //     start: 0.5                                # when traffic starts (s)
 //     traffic: {Ethernet1/1: 128, Ethernet3/1: 16}   # messages per second
-//     externalPhy: [Ethernet2/2]                # interfaces timestamped at their PHY
 //   timeline:
 //     - at: 2.0
 //       traffic: {Ethernet1/1: 0}
-//     - at: 4.0
-//       timestampLocation: {Ethernet3/1: externalPhy}   # or chip
+//
+// Messages are followed while in flight; what became of them is kept as
+// running counts and a bounded histogram of delays per interface, so a long
+// run's memory stays flat.
 //
 // The product attributes hold one time source for all chips; the aggregate
 // reads them as each chip appears, so the module sets them chip by chip.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
 #include <deque>
-#include <fstream>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "Asic/SimulatedChip.h"
@@ -37,6 +42,7 @@
 #include "Platform/File.h"
 #include "Platform/ProductAttributes.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
+#include "Watch.h"
 
 namespace Sim {
 namespace {
@@ -49,22 +55,8 @@ constexpr Range kRate{0, 10000, "per second"};
 // One row of the report's table per interface.
 constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
 
-// Hands every change of an entity to a function.
-template <class T>
-class Watch final : public Kiv::Reactor {
-  public:
-   Watch(Pondo::Ptr<const T> entity, std::function<void(const Kiv::Change&)> onChange)
-       : entity_(this, std::move(entity), &Watch::on_entity), onChange_(std::move(onChange)) {}
-
-  private:
-   void on_entity(const Kiv::Change& c) { onChange_(c); }
-   Kiv::Input<const T> entity_;
-   std::function<void(const Kiv::Change&)> onChange_;
-};
-
 // What became of one message.
-enum class Fate {
-   inChip,       // still latched in the chip's slot
+enum Fate {
    overwritten,  // pushed out of a full slot
    drained,      // read and dropped when polling started
    polled,       // read by a poll but not published: the time source was not ready
@@ -72,48 +64,42 @@ enum class Fate {
    noTime,       // published with time 0: the ASIC time file could not be read
    badSource,    // widened wrongly from a time read outside [latch, latch + 2^32 ns)
    wrong,        // widened wrongly from a sound time: the library erred
+   kFates
+};
+
+// Latch-to-publish delays: exact minimum and maximum, the median to the
+// histogram's resolution.
+class Delays {
+  public:
+   void add(double ms) {
+      min_ = count_ ? std::min(min_, ms) : ms;
+      max_ = count_ ? std::max(max_, ms) : ms;
+      ++buckets_[std::min(std::size_t(ms / kWidthMs), buckets_.size() - 1)];
+      ++count_;
+   }
+   std::string toString() const {
+      if (!count_) return "-";
+      std::uint64_t seen = 0;
+      std::size_t b = 0;
+      while ((seen += buckets_[b]) <= count_ / 2) ++b;
+      const double median = std::clamp((double(b) + 0.5) * kWidthMs, min_, max_);
+      return fmt::format("{:.2f} / {:.2f} / {:.2f}", min_, median, max_);
+   }
+
+  private:
+   static constexpr double kWidthMs = 0.05;
+   std::array<std::uint32_t, 400> buckets_{};  // 0 to 20 ms; the last one takes everything beyond
+   std::uint64_t count_ = 0;
+   double min_ = 0, max_ = 0;
 };
 
 struct Message {
    std::uint16_t sequenceId;
    U64 latched = 0;      // full chip time of the latch
    Kiv::Seconds at = 0;  // loop time of the latch
-   Fate fate = Fate::inChip;
-   Kiv::Seconds publishedAt = 0;
 };
 
 struct ChipState;
-
-// A flow's messages by fate.
-struct Counts {
-   std::map<Fate, std::uint64_t> n;
-   std::uint64_t sent = 0, publishedSinceRestart = 0, staleSinceRestart = 0;
-   Counts& operator+=(const Counts& o) {
-      for (auto [fate, k] : o.n) n[fate] += k;
-      sent += o.sent;
-      publishedSinceRestart += o.publishedSinceRestart;
-      staleSinceRestart += o.staleSinceRestart;
-      return *this;
-   }
-   std::uint64_t operator[](Fate f) const { return n.count(f) ? n.at(f) : 0; }
-   Json data() const {
-      Json j;
-      j["sent"] = sent;
-      j["published"] = (*this)[Fate::published];
-      Json& lost = j["lost"];
-      lost["notReady"] = (*this)[Fate::polled];
-      lost["overwritten"] = (*this)[Fate::overwritten];
-      lost["drained"] = (*this)[Fate::drained];
-      lost["noTime"] = (*this)[Fate::noTime];
-      lost["badSource"] = (*this)[Fate::badSource];
-      lost["wrong"] = (*this)[Fate::wrong];
-      j["inChip"] = (*this)[Fate::inChip];
-      j["wrong"] = (*this)[Fate::wrong];
-      j["publishedSinceRestart"] = publishedSinceRestart;
-      j["staleSinceRestart"] = staleSinceRestart;
-      return j;
-   }
-};
 
 struct Flow {
    IntfId intf;
@@ -121,12 +107,55 @@ struct Flow {
    Asic::EgressTsSwTableKey slot;
    double rate = 0;
    std::uint16_t nextSequenceId = 0;
-   std::deque<Message> messages;
-   std::deque<Message*> inChip;  // the slot's FIFO, oldest first
-   Message* awaiting = nullptr;  // read by a poll, publication due
+   std::uint64_t sent = 0;
+   std::array<std::uint64_t, kFates> fates{};  // of the messages no longer in flight
+   Delays delays;
+   std::deque<Message> inChip;         // the slot's FIFO, oldest first
+   std::optional<Message> awaiting;    // read by a poll, publication due
    // Published since the last agent restart: all of them, and those latched before it.
    std::uint64_t publishedSinceRestart = 0, staleSinceRestart = 0;
    std::unique_ptr<Kiv::ClockTimer> timer;
+};
+
+// A flow's messages by fate, or a sum of flows'; a message read by a poll and
+// not published yet counts as lost for want of a ready time source.
+struct Counts {
+   std::array<std::uint64_t, kFates> n{};
+   std::uint64_t sent = 0, inChip = 0, publishedSinceRestart = 0, staleSinceRestart = 0;
+   Counts() = default;
+   explicit Counts(const Flow& f)
+       : n(f.fates),
+         sent(f.sent),
+         inChip(f.inChip.size()),
+         publishedSinceRestart(f.publishedSinceRestart),
+         staleSinceRestart(f.staleSinceRestart) {
+      n[Fate::polled] += f.awaiting ? 1 : 0;
+   }
+   Counts& operator+=(const Counts& o) {
+      for (std::size_t i = 0; i < n.size(); ++i) n[i] += o.n[i];
+      sent += o.sent;
+      inChip += o.inChip;
+      publishedSinceRestart += o.publishedSinceRestart;
+      staleSinceRestart += o.staleSinceRestart;
+      return *this;
+   }
+   Json data() const {
+      Json j;
+      j["sent"] = sent;
+      j["published"] = n[Fate::published];
+      Json& lost = j["lost"];
+      lost["notReady"] = n[Fate::polled];
+      lost["overwritten"] = n[Fate::overwritten];
+      lost["drained"] = n[Fate::drained];
+      lost["noTime"] = n[Fate::noTime];
+      lost["badSource"] = n[Fate::badSource];
+      lost["wrong"] = n[Fate::wrong];
+      j["inChip"] = inChip;
+      j["wrong"] = n[Fate::wrong];
+      j["publishedSinceRestart"] = publishedSinceRestart;
+      j["staleSinceRestart"] = staleSinceRestart;
+      return j;
+   }
 };
 
 struct ChipState {
@@ -136,6 +165,7 @@ struct ChipState {
    bool asicTimeFile = false;
    std::map<Asic::EgressTsSwTableKey, Flow*> bySlot;
    Pondo::Ptr<Watch<Asic::SimulatedChip>> watch;
+   int timeFile = -1;  // the ASIC time file, for checking published times
 };
 
 class EgressCollectionModule final : public Module {
@@ -143,25 +173,26 @@ class EgressCollectionModule final : public Module {
    std::string name() const override { return "egress-collection"; }
    int order() const override { return 60; }
    std::vector<std::string> sections() const override { return {"egressCollection"}; }
-   std::vector<std::string> events() const override { return {"traffic", "timestampLocation"}; }
+   std::vector<std::string> events() const override { return {"traffic"}; }
 
    ~EgressCollectionModule() override {
+      for (ChipState& c : chips_) {
+         if (c.timeFile >= 0) ::close(c.timeFile);
+      }
       if (on_) Platform::productAttributesIs(nullptr);
    }
 
    void load(const Scenario& s) override {
       YAML::Node sec = s.section("egressCollection");
       for (const Event& e : s.timeline()) {
-         if ((e.kind == "traffic" || e.kind == "timestampLocation") && !sec) {
-            s.fail(e, fmt::format("'{}' needs an 'egressCollection' section", e.kind));
-         }
+         if (e.kind == "traffic" && !sec) s.fail(e, "'traffic' needs an 'egressCollection' section");
       }
       if (!sec) return;
       if (!sec.IsMap()) s.fail(sec, "'egressCollection' is a map of settings");
       if (!s.section("asicTime")) {
          s.fail(sec, "'egressCollection' needs the 'asicTime' section, which provides the chips' time sources");
       }
-      s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic", "externalPhy"});
+      s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic"});
       on_ = true;
       counterNeedsInit_ = s.get<bool>(sec, "counterNeedsInit", false);
       start_ = s.number(sec, "start", kSeconds, 0.0);
@@ -222,14 +253,8 @@ class EgressCollectionModule final : public Module {
       if (YAML::Node traffic = sec["traffic"]) {
          for (auto [intf, rate] : rates(traffic)) flows_.at(intf).rate = rate;
       }
-      std::vector<IntfId> externalPhy;
-      if (YAML::Node phy = sec["externalPhy"]) {
-         if (!phy.IsSequence()) w.scenario.fail(phy, "'externalPhy' is a list of interfaces");
-         for (const YAML::Node& i : phy) externalPhy.push_back(chipIntf(i));
-      }
       for (const Event& e : w.scenario.timeline()) {
          if (e.kind == "traffic") rates(e.body);
-         if (e.kind == "timestampLocation") locations(e.body);
       }
 
       decisions_ = db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus");
@@ -237,14 +262,10 @@ class EgressCollectionModule final : public Module {
       chipPolling_ = db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/chipEgressTimestampIntfStatus");
       glint_ = Kiv::make<Ptp::HwTimestampStatus>();
       db.entityPtrIs("ptp/hwTimestampStatus", glint_);
-      auto em = Kiv::make<Statebase::EntityManager>();
-      db.entityPtrIs("statebase/entityManager", em);
+      em_ = Kiv::make<Statebase::EntityManager>();
+      db.entityPtrIs("statebase/entityManager", em_);
       tsInfo_ = VyrPtp::platformEgressTsInfoFactory();
       db.entityPtrIs("platform/egressTsInfo", tsInfo_);
-      for (IntfId i : externalPhy) {
-         location_->enabledPhysicalIntfConfigIs(i)->locationIs(Ptp::Location::Location::externalPhy);
-      }
-
       for (ChipState& c : chips_) {
          c.watch = Kiv::make<Watch<Asic::SimulatedChip>>(c.device, [this, &c](const Kiv::Change& ch) {
             if (ch.field == Asic::SimulatedChip::F::read) readOut(c, ch.keyAs<Asic::EgressTsSwTableKey>());
@@ -253,7 +274,6 @@ class EgressCollectionModule final : public Module {
       glintWatch_ = Kiv::make<Watch<Ptp::HwTimestampStatus>>(glint_, [this](const Kiv::Change& c) {
          if (c.newValue) published(c.newAs<Ptp::IngressEgressTimes>());
       });
-      em_ = em;
       startMachines();
 
       std::size_t n = 0;
@@ -266,22 +286,11 @@ class EgressCollectionModule final : public Module {
    }
 
    void apply(const Event& e, World& w) override {
-      if (e.kind == "traffic") {
-         for (auto [intf, rate] : rates(e.body)) {
-            w.log("egress collection: {} sends {} PTP event messages per second", intf.shortName(), rate);
-            Flow& f = flows_.at(intf);
-            f.rate = rate;
-            f.timer->timeMinIs(rate > 0 ? Kiv::currentTime() + 1 / rate : Kiv::kNever);
-         }
-      } else {
-         for (auto [intf, phy] : locations(e.body)) {
-            w.log("egress collection: {} timestamped at its {}", intf.shortName(), phy ? "PHY" : "chip");
-            if (phy) {
-               location_->enabledPhysicalIntfConfigIs(intf)->locationIs(Ptp::Location::Location::externalPhy);
-            } else {
-               location_->enabledPhysicalIntfConfigDel(intf);
-            }
-         }
+      for (auto [intf, rate] : rates(e.body)) {
+         w.log("egress collection: {} sends {} PTP event messages per second", intf.shortName(), rate);
+         Flow& f = flows_.at(intf);
+         f.rate = rate;
+         f.timer->timeMinIs(rate > 0 ? Kiv::currentTime() + 1 / rate : Kiv::kNever);
       }
    }
 
@@ -295,15 +304,15 @@ class EgressCollectionModule final : public Module {
          out += fmt::format(kRow, "intf", "rate/s", "sent", "published", "lost: not ready", "overwritten", "not polled",
                             "delay ms min/median/max", "no time", "bad source", "wrong");
          for (const auto& [slot, f] : c.bySlot) {
-            if (!f->messages.empty() || f->rate > 0) out += flowLine(*f);
+            if (f->sent || f->rate > 0) out += flowLine(*f);
          }
       }
       out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened from a time read\n"
              "     outside [latch, latch + 2^32 ns); wrong: widened wrongly from a sound time)\n";
-      std::size_t sent = 0, wrong = 0;
+      std::uint64_t sent = 0, wrong = 0;
       for (const auto& [intf, f] : flows_) {
-         sent += f.messages.size();
-         for (const Message& m : f.messages) wrong += m.fate == Fate::wrong;
+         sent += f.sent;
+         wrong += f.fates[Fate::wrong];
       }
       out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
    }
@@ -314,7 +323,10 @@ class EgressCollectionModule final : public Module {
       aggregate_ = nullptr;
       adapter_ = nullptr;
       tsInfo_->logicalFapInfoDelAll();
-      for (auto& [intf, f] : flows_) f.awaiting = nullptr;  // the destroyed collectors' reads never complete
+      // The destroyed collectors' reads never complete.
+      for (auto& [intf, f] : flows_) {
+         if (std::exchange(f.awaiting, std::nullopt)) ++f.fates[Fate::polled];
+      }
       restartAt_ = Kiv::currentTime();
       w.log("egress collection: agent restarted the polling adapter and the aggregate");
       startMachines();
@@ -328,7 +340,7 @@ class EgressCollectionModule final : public Module {
          chip["timeSource"] = c.asicTimeFile ? "asicTimeFile" : "fpga";
          Counts total;
          for (const auto& [slot, f] : c.bySlot) {
-            const Counts n = counts(*f);
+            const Counts n(*f);
             chip["interfaces"][f->intf.name()] = n.data();
             total += n;
          }
@@ -336,6 +348,7 @@ class EgressCollectionModule final : public Module {
       }
    }
 
+  private:
    // The library's machines: the polling adapter and the aggregate, which
    // creates a collector per chip as each chip's entry appears.
    void startMachines() {
@@ -362,7 +375,6 @@ class EgressCollectionModule final : public Module {
       }
    }
 
-  private:
    // --- Reading the scenario ---------------------------------------------------
 
    ChipState& chipOf(const YAML::Node& n) {
@@ -385,30 +397,17 @@ class EgressCollectionModule final : public Module {
       }
       return r;
    }
-   // true: timestamped at the PHY.
-   std::vector<std::pair<IntfId, bool>> locations(const YAML::Node& n) const {
-      if (!n.IsMap()) scenario_->fail(n, "'timestampLocation' maps interfaces to externalPhy or chip");
-      std::vector<std::pair<IntfId, bool>> r;
-      for (const auto& kv : n) {
-         const auto where = scenario_->as<std::string>(kv.second, "location");
-         if (where != "externalPhy" && where != "chip") {
-            scenario_->fail(kv.second, fmt::format("'{}' is not a timestamp location (externalPhy or chip)", where));
-         }
-         r.emplace_back(chipIntf(kv.first), where == "externalPhy");
-      }
-      return r;
-   }
 
    // --- Traffic and what became of it ----------------------------------------------
 
    void send(Flow& f) {
       Asic::SimulatedChip& device = *f.chip->device;
       if (device.queued(f.slot) == device.fifoDepth()) {
-         f.inChip.front()->fate = Fate::overwritten;
+         ++f.fates[Fate::overwritten];
          f.inChip.pop_front();
       }
-      Message& m = f.messages.emplace_back(Message{f.nextSequenceId++});
-      f.inChip.push_back(&m);
+      Message& m = f.inChip.emplace_back(Message{f.nextSequenceId++});
+      ++f.sent;
       m.at = Kiv::currentTime();
       m.latched = device.send(f.slot, m.sequenceId);
       f.timer->timeMinIs(m.at + 1 / f.rate);
@@ -417,50 +416,75 @@ class EgressCollectionModule final : public Module {
    // The chip gave out the oldest entry of a slot, to a drain or to a poll.
    void readOut(ChipState& c, const Asic::EgressTsSwTableKey& slot) {
       Flow& f = *c.bySlot.at(slot);
-      Message* m = f.inChip.front();
+      const Message m = f.inChip.front();
       f.inChip.pop_front();
+      // A poll read whose message was never published: the time source was not ready.
+      if (f.awaiting) ++f.fates[Fate::polled];
+      f.awaiting.reset();
       const VyrPtp::VyrEgressTsArmLogicalFapSm* collector = aggregate_->logicalFapSm(c.chip->logicalFap);
-      m->fate = collector && collector->drainInterface().contains(f.intf) ? Fate::drained : Fate::polled;
-      f.awaiting = m->fate == Fate::polled ? m : nullptr;
+      if (collector && collector->drainInterface().contains(f.intf)) {
+         ++f.fates[Fate::drained];
+      } else {
+         f.awaiting = m;
+      }
    }
 
    void published(const Ptp::IngressEgressTimes& t) {
       Flow& f = flows_.at(t.intfId);
-      Message* m = std::exchange(f.awaiting, nullptr);
-      if (!m || m->sequenceId != t.sequenceId) {
+      if (!f.awaiting || f.awaiting->sequenceId != t.sequenceId) {
+         if (f.awaiting) ++f.fates[Fate::polled];
+         f.awaiting.reset();
          world_->log("egress collection: {} published sequence id {} that no poll read", t.intfId.shortName(),
                      t.sequenceId);
          return;
       }
-      m->publishedAt = Kiv::currentTime();
+      const Message m = *std::exchange(f.awaiting, std::nullopt);
+      const double delayMs = (Kiv::currentTime() - m.at) * 1e3;
       if (restartAt_ >= 0) {
          ++f.publishedSinceRestart;
-         if (m->at < restartAt_) {
+         if (m.at < restartAt_) {
             ++f.staleSinceRestart;
             world_->log("egress collection: {} seq {} latched before the agent restart published after it",
                         t.intfId.shortName(), t.sequenceId);
          }
       }
-      if (t.egressTime == m->latched) {
-         m->fate = Fate::published;
+      Fate fate;
+      if (t.egressTime == m.latched) {
+         fate = Fate::published;
+         f.delays.add(delayMs);
       } else if (t.egressTime == 0) {
-         m->fate = Fate::noTime;
+         fate = Fate::noTime;
       } else {
-         m->fate = sourceSound(*f.chip, m->latched) ? Fate::wrong : Fate::badSource;
+         fate = sourceSound(*f.chip, m.latched) ? Fate::wrong : Fate::badSource;
       }
-      if (world_->verbose || m->fate == Fate::wrong) {
+      ++f.fates[fate];
+      if (world_->verbose || fate == Fate::wrong) {
          world_->log("egress collection: {} seq {} latched {} published {} after {:.3f} ms{}", t.intfId.shortName(),
-                     t.sequenceId, m->latched, t.egressTime, (m->publishedAt - m->at) * 1e3,
-                     m->fate == Fate::wrong ? " WRONG" : "");
+                     t.sequenceId, m.latched, t.egressTime, delayMs, fate == Fate::wrong ? " WRONG" : "");
       }
+   }
+
+   // The first number of the chip's ASIC time file, through a descriptor kept
+   // open; a file that reads empty may have been replaced and is opened anew.
+   std::string firstField(ChipState& c) const {
+      char buf[64];
+      for (int attempt = 0; attempt < 2; ++attempt) {
+         if (c.timeFile < 0) {
+            c.timeFile = Platform::fileOpen(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap), O_RDONLY | O_CLOEXEC);
+         }
+         const ssize_t n = c.timeFile < 0 ? -1 : ::pread(c.timeFile, buf, sizeof buf, 0);
+         if (n > 0) {
+            const std::string_view t(buf, std::size_t(n));
+            return std::string(t.substr(0, t.find_first_of(" \n")));
+         }
+         if (c.timeFile >= 0) ::close(std::exchange(c.timeFile, -1));
+      }
+      return {};
    }
 
    // Whether the time the collector just widened with was sound (soundTime()).
    bool sourceSound(ChipState& c, U64 latched) const {
-      if (c.asicTimeFile) {
-         std::ifstream file(Platform::osPath(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap)));
-         return soundTime(std::string(std::istreambuf_iterator<char>(file), {}), latched);
-      }
+      if (c.asicTimeFile) return soundTime(firstField(c), latched);
       const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
       const PtpTimeSync::HpxConfig* hpx =
           world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
@@ -470,27 +494,11 @@ class EgressCollectionModule final : public Module {
 
    // --- Reporting -----------------------------------------------------------------------
 
-   static Counts counts(const Flow& f) {
-      Counts c;
-      for (const Message& m : f.messages) ++c.n[m.fate];
-      c.sent = f.messages.size();
-      c.publishedSinceRestart = f.publishedSinceRestart;
-      c.staleSinceRestart = f.staleSinceRestart;
-      return c;
-   }
-
    std::string flowLine(const Flow& f) const {
-      const Counts n = counts(f);
-      std::vector<double> delays;  // ms
-      for (const Message& m : f.messages) {
-         if (m.fate == Fate::published) delays.push_back((m.publishedAt - m.at) * 1e3);
-      }
-      std::sort(delays.begin(), delays.end());
-      const std::string delay = delays.empty() ? "-"
-                                               : fmt::format("{:.2f} / {:.2f} / {:.2f}", delays.front(),
-                                                             delays[delays.size() / 2], delays.back());
-      return fmt::format(kRow, f.intf.shortName(), f.rate, f.messages.size(), n[Fate::published], n[Fate::polled],
-                         n[Fate::overwritten], n[Fate::drained] + n[Fate::inChip], delay, n[Fate::noTime],
+      const Counts c(f);
+      const auto& n = c.n;
+      return fmt::format(kRow, f.intf.shortName(), f.rate, f.sent, n[Fate::published], n[Fate::polled],
+                         n[Fate::overwritten], n[Fate::drained] + c.inChip, f.delays.toString(), n[Fate::noTime],
                          n[Fate::badSource], n[Fate::wrong]);
    }
 

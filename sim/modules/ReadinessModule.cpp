@@ -8,9 +8,11 @@
 // restarts the work. Programmers report in both record families; the readiness
 // aggregator and the programmer aggregator each publish into a hardware status
 // of their own, and the report shows per interface when each became ready.
+// "CF_UPDATE" is the library's own programmer (section `cfUpdate`); the
+// aggregators are also built when only that one is configured.
 //
 //   programmers:
-//     - name: CF_UPDATE
+//     - name: INGRESS_FWD
 //       interfaces: all            # or a list of interface names
 //       pipeline: true             # also reports for the pipeline
 //       delay: 0.05                # seconds from a bump to the report
@@ -20,9 +22,11 @@
 //       bumpGeneration:
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "Module.h"
+#include "ProgrammerRecords.h"
 #include "VyrPtp/AggregatorSmNi.h"
 #include "VyrPtp/ProgrammerAggregatorSm.h"
 
@@ -42,19 +46,12 @@ struct ProgrammerDecl {
    std::set<std::uint32_t> failsAt;
 };
 
-// The records every programmer writes into.
-struct Records {
-   Pondo::Ptr<PtpIntfInfoStatus> intfInfoStatus = ptpIntfInfoStatusFactory();
-   Pondo::Ptr<PtpPipelineInfoStatus> pipelineInfoStatus = ptpPipelineInfoStatusFactory();
-   Pondo::Ptr<Status> status = statusFactory();
-};
-
 // One simulated programmer: registers its records, then reports each
 // generation `delay` after it appears.
 class SimProgrammer final : public Kiv::Reactor {
   public:
    SimProgrammer(ProgrammerDecl decl, std::vector<IntfId> intfs, Pondo::Ptr<const PtpActions> actions,
-                 const Records& records, World& world)
+                 const ProgrammerRecords& records, World& world)
        : actions_(this, std::move(actions), &SimProgrammer::on_actions),
          decl_(std::move(decl)),
          intfs_(std::move(intfs)),
@@ -64,13 +61,7 @@ class SimProgrammer final : public Kiv::Reactor {
       records_.status->statusIs(decl_.name);
       for (IntfId i : intfs_) {
          records_.intfInfoStatus->intfInfoIs(i)->programmerInfoIs(decl_.name);
-         // The static record comes before the first per-interface report.
-         if (!records_.status->staticHwIntfStatus(i)) {
-            auto s = records_.status->staticHwIntfStatusIs(i, Ptp::LinuxTsOptions());
-            s->twoStepClockIs(true);
-            s->timestampMultiplierIs(1);
-            s->timestampDividerIs(1);
-         }
+         records_.staticRecordIs(i);
          records_.status->intfStatusIs({decl_.name, i});
       }
       if (decl_.pipeline) records_.pipelineInfoStatus->programmerInfoIs(decl_.name);
@@ -101,7 +92,7 @@ class SimProgrammer final : public Kiv::Reactor {
    Kiv::Input<const PtpActions> actions_;
    ProgrammerDecl decl_;
    std::vector<IntfId> intfs_;
-   Records records_;
+   ProgrammerRecords records_;
    World& world_;
    Kiv::ClockTimer timer_{Kiv::activityManager().clock(), [this] { report(); }};
 };
@@ -200,6 +191,9 @@ class ReadinessModule final : public Module {
          ProgrammerDecl decl;
          decl.name = s.get<std::string>(p, "name");
          if (decl.name.empty()) s.fail(p, "a programmer's 'name' is empty");
+         if (decl.name == "CF_UPDATE") {
+            s.fail(p, "CF_UPDATE is the library's correction-field programmer: give the interfaces' settings in 'cfUpdate'");
+         }
          for (const ProgrammerDecl& other : decls_) {
             if (other.name == decl.name) s.fail(p, fmt::format("programmer {} declared twice", decl.name));
          }
@@ -224,27 +218,25 @@ class ReadinessModule final : public Module {
       }
    }
 
+   // The library's own programmer, configured in 'cfUpdate', is served too.
    void build(World& w) override {
-      if (decls_.empty()) return;
+      if (decls_.empty() && !w.scenario.section("cfUpdate")) return;
+      records_.emplace(w);
       std::vector<IntfId> chassis;
       for (const Chip& c : w.chips) chassis.insert(chassis.end(), c.interfaces.begin(), c.interfaces.end());
 
       actions_ = w.sysdb->entityIs<PtpActions>("ptp/actions");
-      w.sysdb->entityPtrIs("ptp/programmer/intfInfoStatus", records_.intfInfoStatus);
-      w.sysdb->entityPtrIs("ptp/programmer/pipelineInfoStatus", records_.pipelineInfoStatus);
-      w.sysdb->entityPtrIs("ptp/programmer/status", records_.status);
       auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
-      auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
       // The agent knows every interface; the platform enters each into the
       // hardware status that the readiness aggregator serves.
       for (IntfId i : chassis) {
-         records_.intfInfoStatus->intfInfoIs(i);
+         records_->intfInfoStatus->intfInfoIs(i);
          readinessHw->intfStatusIs(i, Ptp::LinuxTsOptions());
       }
 
       for (const ProgrammerDecl& decl : decls_) {
          programmers_.push_back(
-             Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, records_, w));
+             Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, *records_, w));
       }
       startMachines(w);
       w.log("readiness: {} programmers over {} interfaces; actions at generation {}", decls_.size(), chassis.size(),
@@ -258,7 +250,7 @@ class ReadinessModule final : public Module {
    }
 
    void report(World&, std::string& out) override {
-      if (decls_.empty()) return;
+      if (!records_) return;
       out += fmt::format("Readiness: actions at generation {}.\n", actions_->generation().counter);
       out += fmt::format("  {:<14} {:<42} {}\n", "interface", "readiness aggregator", "programmer aggregator");
       auto describe = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) -> std::string {
@@ -269,7 +261,7 @@ class ReadinessModule final : public Module {
          return fmt::format("{} since {:.3f} s (generation {})", s.ready ? "ready" : "NOT ready", s.since,
                             s.generation);
       };
-      for (const auto& [i, info] : records_.intfInfoStatus->intfInfo()) {
+      for (const auto& [i, info] : records_->intfInfoStatus->intfInfo()) {
          out += fmt::format("  {:<14} {:<42} {}\n", i, describe(observer_->byReadiness, i),
                             describe(observer_->byProgrammers, i));
       }
@@ -281,7 +273,7 @@ class ReadinessModule final : public Module {
    }
 
    void agentRestart(World& w) override {
-      if (decls_.empty()) return;
+      if (!records_) return;
       observer_ = nullptr;
       readinessSm_ = nullptr;
       programmerSm_ = nullptr;
@@ -289,7 +281,7 @@ class ReadinessModule final : public Module {
    }
 
    void reportData(World&, Json& out) override {
-      if (decls_.empty()) return;
+      if (!records_) return;
       out["generation"] = actions_->generation().counter;
       auto state = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) {
          Json j;
@@ -298,7 +290,7 @@ class ReadinessModule final : public Module {
          j["since"] = it == m.end() || it->second.since < 0 ? Json() : Json(it->second.since);
          return j;
       };
-      for (const auto& [i, info] : records_.intfInfoStatus->intfInfo()) {
+      for (const auto& [i, info] : records_->intfInfoStatus->intfInfo()) {
          Json& intf = out["interfaces"][i.name()];
          intf["readinessAggregator"] = state(observer_->byReadiness, i);
          intf["programmerAggregator"] = state(observer_->byProgrammers, i);
@@ -317,9 +309,9 @@ class ReadinessModule final : public Module {
    void startMachines(World& w) {
       auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
       auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
-      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_.intfInfoStatus, records_.pipelineInfoStatus,
+      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_->intfInfoStatus, records_->pipelineInfoStatus,
                                                    actions_);
-      programmerSm_ = aggregatorSmFactory(records_.status, programmerHw);
+      programmerSm_ = aggregatorSmFactory(records_->status, programmerHw);
       observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
    }
 
@@ -338,7 +330,7 @@ class ReadinessModule final : public Module {
    }
 
    std::vector<ProgrammerDecl> decls_;
-   Records records_;
+   std::optional<ProgrammerRecords> records_;
    Pondo::Ptr<PtpActions> actions_;
    std::vector<Pondo::Ptr<SimProgrammer>> programmers_;
    Pondo::Ptr<VyrPtp::AggregatorSmNi> readinessSm_;

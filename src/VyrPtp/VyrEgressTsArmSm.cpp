@@ -1,7 +1,5 @@
 #include "VyrPtp/VyrEgressTsArmSm.h"
 
-#include <cstdlib>
-
 #include "Platform/ProductAttributes.h"
 
 namespace VyrPtp {
@@ -30,10 +28,10 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
       timerWheel_(Kiv::nonNull(timerWheel, "timerWheel")),
-      simulation_(std::getenv("SIMULATION_VMID") != nullptr),
+      simulation_(simulationVmidSet()),
       kivTimerWheel_(timerWheel_, [this] { handleTimer(); }),
-      drainCallback_([this](const Key& k, const Entry& e) { callbackDrainFifo(k, e); }),
-      timestampCallback_([this](const Key& k, const Entry& e) { callbackTimestamp(k, e); }) {}
+      drainCallback_([this](const Key& k, const Entry& e, std::uint32_t) { callbackDrainFifo(k, e); }),
+      timestampCallback_([this](const Key& k, const Entry& e, std::uint32_t request) { timestampRead(k, e, request); }) {}
 
 // Changes heard during construction are ignored: onConstruct walks both inputs
 // once the table exists.
@@ -45,8 +43,9 @@ void VyrEgressTsArmLogicalFapSm::on_egressTimestampIntfStatus(const Kiv::Change&
 }
 
 void VyrEgressTsArmLogicalFapSm::on_tsLogicalFapInfo(const Kiv::Change& c) {
-   if (!egressTsTable_ || c.source != tsLogicalFapInfo_.get()) return;
-   if (c.field == PlatformEgressTsLogicalFapInfo::F::intfInfo) handleIntfInfo(c.keyAs<IntfId>());
+   if (c.source != tsLogicalFapInfo_.get() || c.field != PlatformEgressTsLogicalFapInfo::F::intfInfo) return;
+   polledStale_ = true;
+   if (egressTsTable_) handleIntfInfo(c.keyAs<IntfId>());
 }
 
 void VyrEgressTsArmLogicalFapSm::onConstruct() {
@@ -58,8 +57,9 @@ void VyrEgressTsArmLogicalFapSm::onConstruct() {
    table->publishMountInfo();
    set(egressTsTable_, std::move(table), F::egressTsTable);
    kivTimerWheel_.timeMinIs(Kiv::currentTime());
-   handleIntfInfo();
+   // The inputs in their declaration order: the decisions, then the chip's interfaces.
    handlePhysicalIntfNeedsPolling();
+   handleIntfInfo();
 }
 
 // Completions must not reach a machine that is gone.
@@ -111,6 +111,40 @@ U3 VyrEgressTsArmLogicalFapSm::drainInterfaceInc(IntfId i, U3 n) {
    const U3 next((stored ? stored->value() : 0) + n.value());
    drainInterfaceIs(i, next);
    return next;
+}
+
+void VyrEgressTsArmLogicalFapSm::pollInterfaceIs(IntfId i) {
+   pollInterface_.is(i);
+   polledStale_ = true;
+}
+
+bool VyrEgressTsArmLogicalFapSm::pollInterfaceDel(IntfId i) {
+   polledStale_ = true;
+   return pollInterface_.del(i);
+}
+
+void VyrEgressTsArmLogicalFapSm::pollInterfaceDelAll() {
+   pollInterface_.delAll();
+   polledStale_ = true;
+}
+
+// Writing the present value changes nothing, so it is not written: the poll
+// sets the same slots to the same interfaces on every tick.
+void VyrEgressTsArmLogicalFapSm::swIndexToIntfIs(const Key& key, IntfId i) {
+   const IntfId* present = swIndexToIntf_.find(key);
+   if (present && *present == i) return;
+   swIndexToIntf_.is(key, i);
+   ++swIndexWrites_;
+}
+
+bool VyrEgressTsArmLogicalFapSm::swIndexToIntfDel(const Key& key) {
+   ++swIndexWrites_;
+   return swIndexToIntf_.del(key);
+}
+
+void VyrEgressTsArmLogicalFapSm::swIndexToIntfDelAll() {
+   ++swIndexWrites_;
+   swIndexToIntf_.delAll();
 }
 
 IntfId VyrEgressTsArmLogicalFapSm::swIndexToIntf(const Key& key) const {
@@ -165,30 +199,63 @@ void VyrEgressTsArmLogicalFapSm::handleTimer() {
    kivTimerWheel_.timeMinIs(expiryTime);
 }
 
-void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
-   trace(9, "logicalFapId: {}", logicalFapId_);
-   // Both collections are in interface order: each polled interface's info is
-   // found by walking the infos alongside, without a look-up per interface.
+// Both collections are in interface order: each polled interface's info is
+// found by walking the infos alongside, without a look-up per interface.
+void VyrEgressTsArmLogicalFapSm::polledRebuild() {
+   polled_.clear();
    const auto& intfInfo = tsLogicalFapInfo_->intfInfo();
    auto info = intfInfo.begin();
    for (IntfId intfId : pollInterface_) {
       while (info != intfInfo.end() && (*info).first < intfId) ++info;
       const Key key = info != intfInfo.end() && (*info).first == intfId ? (*info).second.swTableIndex : Key{};
-      trace(7, "intfId: {}, swIndex: {}", intfId, key);
-      swIndexToIntfIs(key, intfId);
-      if (egressTsTable_) egressTsTable_->read(key, timestampCallback_);
+      polled_.push_back({intfId, key, 0});
+   }
+   polledStale_ = false;
+}
+
+void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
+   trace(9, "logicalFapId: {}", logicalFapId_);
+   if (polledStale_) polledRebuild();
+   for (std::uint32_t request = 0; request < polled_.size(); ++request) {
+      Polled& p = polled_[request];
+      trace(7, "intfId: {}, swIndex: {}", p.intf, p.key);
+      if (p.mapped != swIndexWrites_) {
+         swIndexToIntfIs(p.key, p.intf);
+         p.mapped = swIndexWrites_;
+      }
+      if (egressTsTable_) egressTsTable_->read(p.key, timestampCallback_, request);
    }
 }
 
+const VyrEgressTsArmLogicalFapSm::Polled* VyrEgressTsArmLogicalFapSm::unchangedSinceIssue(const Key& key,
+                                                                                         std::uint32_t request) const {
+   if (polledStale_ || request >= polled_.size()) return nullptr;
+   const Polled& p = polled_[request];
+   return p.key == key && p.mapped == swIndexWrites_ ? &p : nullptr;
+}
+
 void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& entry) {
+   timestampRead(key, entry, std::uint32_t(-1));
+}
+
+// `request` is the position in polled_ that the read was issued for (any
+// other value: unknown).
+void VyrEgressTsArmLogicalFapSm::timestampRead(const Key& key, const Entry& entry, std::uint32_t request) {
    trace(6, "logicalFapId: {}, swTableKey: (index: {}, portType: {})", logicalFapId_, key.index, key.portType);
    if (!entry.valid) {
       trace(6, "Invalid timestamp");
       return;
    }
    trace(6, "Valid timestamp {} with seqId {}", entry.timestamp, entry.sequenceId);
-   const IntfId intfId = swIndexToIntf(key);
-   assertKeyMatches(key, intfId);
+   IntfId intfId;
+   if (const Polled* p = unchangedSinceIssue(key, request)) {
+      // The slot map gives p->intf for the key, whose info gave the key: the
+      // check below would hold.
+      intfId = p->intf;
+   } else {
+      intfId = swIndexToIntf(key);
+      assertKeyMatches(key, intfId);
+   }
    U64 egressTime;
    if (simulation_) {
       trace(3, "Simulation mode, skip timestamp fetcher checks");
@@ -233,9 +300,10 @@ void VyrEgressTsPollingAdapterSm::on_inputEgressTsIntfStatus(const Kiv::Change& 
    }
 }
 
+// The inputs in their declaration order: the location entries, then the decisions.
 void VyrEgressTsPollingAdapterSm::handleInitialized() {
-   handlePhysicalIntfNeedsPolling();
    handleLocation();
+   handlePhysicalIntfNeedsPolling();
 }
 
 void VyrEgressTsPollingAdapterSm::handlePhysicalIntfNeedsPolling(IntfId intfId) {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "Asic/EgressTimestampTable.h"
 #include "Brim/TimerWheel.h"
@@ -79,8 +80,10 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Statebase::EntityManager* statebaseEm() const { return statebaseEm_.get(); }
    Ptp::HwTimestampStatus* timestampGlint() const { return timestampGlint_.get(); }
    Brim::TimerWheel* timerWheel() const { return timerWheel_.get(); }
-   // Timestamps are published as read from the chip, without a fetcher.
+   // Timestamps are published as read from the chip, without a fetcher (see
+   // simulationVmidSet()).
    bool simulation() const { return simulation_; }
+   void simulationIs(bool s) { simulation_ = s; }
    double pollingPeriod() const { return pollingPeriod_; }
    Asic::EgressTimestampTable* egressTsTable() const { return egressTsTable_.get(); }
    // When the next poll is due (loop time).
@@ -88,9 +91,9 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
 
    // Interfaces whose slot is read on every tick.
    const Kiv::Set<Wyx::IntfId>& pollInterface() const { return pollInterface_; }
-   void pollInterfaceIs(Wyx::IntfId i) { pollInterface_.is(i); }
-   bool pollInterfaceDel(Wyx::IntfId i) { return pollInterface_.del(i); }
-   void pollInterfaceDelAll() { pollInterface_.delAll(); }
+   void pollInterfaceIs(Wyx::IntfId i);
+   bool pollInterfaceDel(Wyx::IntfId i);
+   void pollInterfaceDelAll();
 
    // Drain iteration of the interfaces being drained. Storing a new iteration
    // runs handleDrainInterface, as a reaction to the attribute would; storing
@@ -106,9 +109,9 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    const Kiv::Map<Key, Wyx::IntfId>& swIndexToIntf() const { return swIndexToIntf_; }
    // The interface, or the null one.
    Wyx::IntfId swIndexToIntf(const Key& key) const;
-   void swIndexToIntfIs(const Key& key, Wyx::IntfId i) { swIndexToIntf_.is(key, i); }
-   bool swIndexToIntfDel(const Key& key) { return swIndexToIntf_.del(key); }
-   void swIndexToIntfDelAll() { swIndexToIntf_.delAll(); }
+   void swIndexToIntfIs(const Key& key, Wyx::IntfId i);
+   bool swIndexToIntfDel(const Key& key);
+   void swIndexToIntfDelAll();
 
    // Reactions.
    void handlePhysicalIntfNeedsPolling(Wyx::IntfId intfId);
@@ -133,6 +136,19 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    // The interface's slot; index 0 and port type 0 when the interface has no info.
    Key swTableKey(Wyx::IntfId intfId) const;
    void assertKeyMatches(const Key& key, Wyx::IntfId intfId) const;
+   // One polled interface as the poll issues its read.
+   struct Polled {
+      Wyx::IntfId intf;
+      Key key;
+      // swIndexWrites_ when swIndexToIntf was last seen to map `key` to `intf`.
+      std::uint32_t mapped;
+   };
+   void polledRebuild();
+   // The interface a completed poll read of `key` was issued for, when nothing
+   // it was derived from (the slot map, the polled interfaces, the interface
+   // infos) has changed since; else null, and the maps must be consulted.
+   const Polled* unchangedSinceIssue(const Key& key, std::uint32_t request) const;
+   void timestampRead(const Key& key, const Entry& entry, std::uint32_t request);
 
    LogicalFapId logicalFapId_;
    Kiv::Input<const EgressTimestampIntfStatus> egressTimestampIntfStatus_;
@@ -141,14 +157,18 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Pondo::Ptr<Statebase::EntityManager> statebaseEm_;
    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint_;
    Pondo::Ptr<Brim::TimerWheel> timerWheel_;
-   // "SIMULATION_VMID" in the environment marks the whole set-up as a
-   // simulation: read once, not for every timestamp.
-   const bool simulation_;
+   bool simulation_;
    double pollingPeriod_ = defaultPollingPeriod;
    Pondo::Ptr<Asic::EgressTimestampTable> egressTsTable_;
    Kiv::Set<Wyx::IntfId> pollInterface_{this, F::pollInterface, "pollInterface"};
    Kiv::Map<Wyx::IntfId, U3> drainInterface_{this, F::drainInterface, "drainInterface"};
    Kiv::Map<Key, Wyx::IntfId> swIndexToIntf_{this, F::swIndexToIntf, "swIndexToIntf"};
+   // The polled interfaces with their slots, in polling order, rebuilt after
+   // pollInterface or the interface infos change: the poll walks an array.
+   std::vector<Polled> polled_;
+   bool polledStale_ = true;
+   // Counts the changes of swIndexToIntf.
+   std::uint32_t swIndexWrites_ = 1;
    Brim::TimerWheel::Timer kivTimerWheel_;
    // Outstanding reads point at these; onDestruct cancels the reads.
    const Asic::EgressTimestampTable::ReadCallback drainCallback_;

@@ -1,7 +1,6 @@
 #include "VyrPtp/VyrHelperPtp.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -32,7 +31,29 @@ GpioSampleStatus gpioSampleStatus(U64 v) {
    return (v & 4) ? GpioSampleStatus::notAvailable : GpioSampleStatus((v & 1) + 1);
 }
 
+// Writes `v` in hexadecimal without leading zeros, as printf's %x (or %X).
+char* hex(char* out, U64 v, const char* digits) {
+   const int n = v ? (64 - __builtin_clzll(v) + 3) / 4 : 1;
+   for (int i = n - 1; i >= 0; --i, v >>= 4) out[i] = digits[v & 0xF];
+   return out + n;
+}
+
+char* decimal(char* out, U32 v) {
+   char reversed[10];
+   int n = 0;
+   do {
+      reversed[n++] = char('0' + v % 10);
+      v /= 10;
+   } while (v);
+   while (n) *out++ = reversed[--n];
+   return out;
+}
+
+char* text(char* out, std::string_view s) { return std::copy(s.begin(), s.end(), out); }
+
 }  // namespace
+
+bool simulationVmidSet() { return std::getenv("SIMULATION_VMID") != nullptr; }
 
 int readAsicTimestamp(int fd, U64& timeOfDay) {
    constexpr std::size_t chunk = 62;
@@ -73,19 +94,26 @@ U64 TimestampFetcherBase::calcEgressTimestamp(U64 timestamp, Wyx::IntfId intfId,
    return egress;
 }
 
+std::string_view TimestampFetcherBase::detailText(DetailText& out, U64 egressTimestamp, U32 asic32BitTimestamp,
+                                                 U32 sequenceId) {
+   static constexpr char lower[] = "0123456789abcdef";
+   static constexpr char upper[] = "0123456789ABCDEF";
+   char* p = text(out.data(), "   seconds: 0x");
+   p = hex(p, U32(seconds(egressTimestamp)), lower);
+   p = hex(text(p, " nanoseconds: 0x"), U32(nanoseconds(egressTimestamp)), lower);
+   p = hex(text(p, " asic32bit_ts: 0x"), asic32BitTimestamp, lower);
+   p = hex(text(p, " egressTimestamp: 0x"), egressTimestamp, upper);
+   p = decimal(text(p, " sequenceId: "), sequenceId);
+   return {out.data(), std::size_t(p - out.data())};
+}
+
 void TimestampFetcherBase::displayWarningIfIncorrect(U64 egressTimestamp, U32 asic32BitTimestamp, Wyx::IntfId intfId,
                                                      U32 sequenceId) {
-   const U32 s = U32(seconds(egressTimestamp));
-   const U32 n = U32(nanoseconds(egressTimestamp));
    // Formatted whatever the trace mask says: the verdict below picks its level.
-   // printf into a buffer on the stack, so the egress path allocates nothing here.
-   char text[160];
-   const int length = std::snprintf(
-       text, sizeof text, "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
-       s, n, asic32BitTimestamp, static_cast<unsigned long long>(egressTimestamp), sequenceId);
-   const std::string_view detail(text, std::size_t(std::clamp(length, 0, int(sizeof text) - 1)));
+   DetailText buffer;
+   const std::string_view detail = detailText(buffer, egressTimestamp, asic32BitTimestamp, sequenceId);
    constexpr double oneDay = 86400.0;
-   const double stamped = double(s);
+   const double stamped = double(U32(seconds(egressTimestamp)));
    if (stamped > Kiv::currentTimeUtc() + oneDay || Kiv::currentTimeUtc() - oneDay > stamped) {
       trace(0, "WARNING! Incorrect egress timestamp on {} {}", intfId.shortName(), detail);
    } else {
@@ -96,14 +124,28 @@ void TimestampFetcherBase::displayWarningIfIncorrect(U64 egressTimestamp, U32 as
 TimestampFetcher::TimestampFetcher(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
                                    Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig)
     : ptpTimeSyncStatus_(Kiv::nonNull(ptpTimeSyncStatus, "ptpTimeSyncStatus")),
-      ptpTimeSyncConfig_(Kiv::nonNull(ptpTimeSyncConfig, "ptpTimeSyncConfig")) {}
+      ptpTimeSyncConfig_(Kiv::nonNull(ptpTimeSyncConfig, "ptpTimeSyncConfig")),
+      simulation_(simulationVmidSet()) {
+   ptpTimeSyncStatus_->subscriberAdd(this);
+   ptpTimeSyncConfig_->subscriberAdd(this);
+}
 
+TimestampFetcher::~TimestampFetcher() {
+   ptpTimeSyncStatus_->subscriberRemove(this);
+   ptpTimeSyncConfig_->subscriberRemove(this);
+}
+
+// Changes inside a device's entry reach the configuration's subscribers too,
+// so a replaced access object is looked up again.
 Hpx::Ham* TimestampFetcher::activeHpxHam() const {
    trace(8, "activeHpxHam");
-   const Pondo::String& name = ptpTimeSyncStatus_->activeHpx();
-   if (name.empty()) return nullptr;
-   const PtpTimeSync::HpxConfig* hpx = ptpTimeSyncConfig_->hpx(name);
-   return hpx ? hpx->ham() : nullptr;
+   if (!activeHpxKnown_) {
+      const Pondo::String& name = ptpTimeSyncStatus_->activeHpx();
+      const PtpTimeSync::HpxConfig* hpx = name.empty() ? nullptr : ptpTimeSyncConfig_->hpx(name);
+      activeHpx_ = hpx ? hpx->ham() : nullptr;
+      activeHpxKnown_ = true;
+   }
+   return activeHpx_;
 }
 
 bool TimestampFetcher::timestampReady() const {
@@ -121,7 +163,9 @@ U64 TimestampFetcher::readHpxCounter(const Pondo::String& name) const {
    const char* text = ham->result().c_str();
    const char* rest = nullptr;
    const U64 value = toU64(text, rest);
-   if (!std::getenv("SIMULATION_VMID")) Kiv::make<Conversion>(text, rest)->assertValid();
+   // A clean number makes a record whose check says nothing: only text that
+   // fails it is copied into one.
+   if (!simulation_ && !Conversion::valid(text, rest)) Conversion(text, rest).assertValid();
    return value;
 }
 
@@ -155,7 +199,8 @@ U64 TimestampFetcher::hpxTimestampWithNoRetry(const Pondo::String& timestampType
 
 U64 TimestampFetcher::hpxTimestampWithRetry(const Pondo::String& timestampType) {
    Kiv::kassert(timestampType == "ptp_timestamp", "timestampType == \"ptp_timestamp\"");
-   U8 retries = 0;
+   // Wider than the setting, so that 255 retries end too.
+   unsigned retries = 0;
    U64 current;
    for (;;) {
       current = readHpxCounter(timestampType);

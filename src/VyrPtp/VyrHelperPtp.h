@@ -7,8 +7,10 @@
 // timestamp through it.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "Kiv/Activity.h"
 #include "Kiv/Reactor.h"
@@ -23,6 +25,13 @@ namespace VyrPtp {
 using U8 = std::uint8_t;
 using U32 = std::uint32_t;
 using U64 = std::uint64_t;
+
+// "SIMULATION_VMID" in the environment marks a simulated set-up. The FPGA
+// fetcher then takes counter text unchecked, and the egress collectors publish
+// the chips' timestamps as read, without a fetcher. Each of them reads the
+// variable once, when it is created, and has a simulationIs() setter by which
+// a test chooses either mode without touching the environment.
+VYRPTP_EXPORT bool simulationVmidSet();
 
 // Path templates of a chip's ASIC time files; "%u" is the kernel unit number.
 struct AsicTimeConstants {
@@ -49,7 +58,10 @@ class VYRPTP_EXPORT Conversion : public Kiv::Entity {
    const Pondo::String& timestamp() const { return timestamp_; }
    const Pondo::String& invalidPortion() const { return invalidPortion_; }
 
-   bool valid() const { return !timestamp_.empty() && invalidPortion_.empty(); }
+   bool valid() const { return valid(timestamp_, invalidPortion_); }
+   static bool valid(std::string_view timestamp, std::string_view invalidPortion) {
+      return !timestamp.empty() && invalidPortion.empty();
+   }
    // Traces an invalid conversion at error level; never stops anything.
    void assertValid() const;
 
@@ -92,6 +104,12 @@ class VYRPTP_EXPORT TimestampFetcherBase : public Kiv::Entity {
    // away from the system's UTC time, else at level 3.
    static void displayWarningIfIncorrect(U64 egressTimestamp, U32 asic32BitTimestamp, Wyx::IntfId intfId,
                                          U32 sequenceId);
+   // Room for the longest detail text (130 characters).
+   using DetailText = std::array<char, 136>;
+   // Writes the detail text of a widened timestamp, byte for byte what printf
+   // makes of "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x
+   // egressTimestamp: 0x%llX sequenceId: %u", and returns it.
+   static std::string_view detailText(DetailText& out, U64 egressTimestamp, U32 asic32BitTimestamp, U32 sequenceId);
 
   private:
    static constexpr U32 upperWord(U64 timestamp, U32 switchCounter) {
@@ -101,13 +119,16 @@ class VYRPTP_EXPORT TimestampFetcherBase : public Kiv::Entity {
 };
 
 // Full time from the PTP counter of the FPGA that time synchronisation uses.
-class VYRPTP_EXPORT TimestampFetcher final : public TimestampFetcherBase {
+// The active device is looked up by name once and kept until time
+// synchronisation's status or configuration changes.
+class VYRPTP_EXPORT TimestampFetcher final : public TimestampFetcherBase, private Pondo::Subscriber {
   public:
    struct F {
       enum : Kiv::FieldId { ptpTimeSyncStatus, ptpTimeSyncConfig, hpxNegIncNumReadRetries, errors, prevHpxTime };
    };
    TimestampFetcher(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
                     Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig);
+   ~TimestampFetcher() override;
 
    const PtpTimeSync::Status* ptpTimeSyncStatus() const { return ptpTimeSyncStatus_.get(); }
    const PtpTimeSync::Config* ptpTimeSyncConfig() const { return ptpTimeSyncConfig_.get(); }
@@ -124,6 +145,9 @@ class VYRPTP_EXPORT TimestampFetcher final : public TimestampFetcherBase {
    // The last counter value read.
    U64 prevHpxTime() const { return prevHpxTime_; }
    void prevHpxTimeIs(U64 t) { set(prevHpxTime_, t, F::prevHpxTime); }
+   // Counter text is taken unchecked (see simulationVmidSet()).
+   bool simulation() const { return simulation_; }
+   void simulationIs(bool s) { simulation_ = s; }
 
    // The access object of the active FPGA, or null.
    Hpx::Ham* activeHpxHam() const;
@@ -140,12 +164,17 @@ class VYRPTP_EXPORT TimestampFetcher final : public TimestampFetcherBase {
 
   private:
    void traceNotIncreased(U64 current) const;
+   // Any change of time synchronisation's status or configuration.
+   void onChange(const Kiv::Change&) override { activeHpxKnown_ = false; }
 
    Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus_;
    Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig_;
    U8 hpxNegIncNumReadRetries_ = 1;
    U32 errors_ = 0;
    U64 prevHpxTime_ = 0;
+   bool simulation_;
+   mutable bool activeHpxKnown_ = false;
+   mutable Hpx::Ham* activeHpx_ = nullptr;
 };
 
 // What the ASIC time file machine works on. Every change of startPollingGenId

@@ -1,0 +1,412 @@
+#include "VyrPtp/VyrPtpHwStatusSm.h"
+
+#include <vector>
+
+#include "Kiv/Activity.h"
+#include "Utils/SliceName.h"
+
+namespace VyrPtp::Location {
+
+namespace {
+
+Kiv::Tracer trace{"VyrPtpHwStatusSm"};
+
+using Wyx::IntfId;
+
+// The product's attributes; a product without them cannot run this agent.
+const Platform::Attributes& getProductAttributes() {
+   constexpr const char* where = "ProductAttribute::Attributes::PtrConst getProductAttributes()";
+   const Platform::ProductAttributes* productAttr = Platform::productAttributes();
+   Kiv::kassert(productAttr, "{}: productAttr", where);
+   const Platform::Attributes* attributes = productAttr->attributes();
+   Kiv::kassert(attributes, "{}: attributes", where);
+   return *attributes;
+}
+
+}  // namespace
+
+// --- VyrPtpHwStatusFapSm ------------------------------------------------------------------
+
+VyrPtpHwStatusFapSm::VyrPtpHwStatusFapSm(Pondo::Ptr<const PlatformUnitPortFapInfo> unitPortFapInfo,
+                                         Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                         Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
+                                         bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
+    : unitPortFapInfo_(Kiv::Input<const PlatformUnitPortFapInfo>::Optional{}, this, std::move(unitPortFapInfo),
+                       &VyrPtpHwStatusFapSm::on_unitPortFapInfo),
+      ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), &VyrPtpHwStatusFapSm::on_ptpHwConfig),
+      externalPhyTimestampLocationConfig_(
+          this, Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig"),
+          &VyrPtpHwStatusFapSm::on_externalPhyTimestampLocationConfig),
+      timeSyncSupported_(timeSyncSupported),
+      ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")),
+      ptpTimestampingStatus_(Kiv::Input<const PtpTimestampStatus>::Optional{}, this, nullptr,
+                             &VyrPtpHwStatusFapSm::on_ptpTimestampingStatus),
+      timeSyncStatus_(Kiv::Input<const PtpTimeSync::SwitchStatus>::Optional{}, this, nullptr,
+                      &VyrPtpHwStatusFapSm::on_timeSyncStatus, &VyrPtpHwStatusFapSm::onTimeSyncStatus),
+      asicTimestampFileStatus_(Kiv::Input<const AsicTimestampFileStatus>::Optional{}, this, nullptr,
+                               &VyrPtpHwStatusFapSm::on_asicTimestampFileStatus) {}
+
+bool VyrPtpHwStatusFapSm::chipHas(IntfId intfId) const {
+   return unitPortFapInfo_ && unitPortFapInfo_->intfInfo(intfId);
+}
+
+// Changes replayed while the machine is being built are left to onConstruct,
+// which evaluates every interface once.
+void VyrPtpHwStatusFapSm::on_unitPortFapInfo(const Kiv::Change& c) {
+   if (!hasNotificationActive() || c.source != unitPortFapInfo_.get()) return;
+   if (c.field != PlatformUnitPortFapInfo::F::intfInfo) return;
+   const IntfId intfId = c.keyAs<IntfId>();
+   handleIntfInfo(intfId);
+   processIntfReady(intfId);
+}
+
+// The configuration, the location entries and the island status are shared by
+// all chips: each chip's machine takes what concerns its own interfaces.
+void VyrPtpHwStatusFapSm::on_ptpHwConfig(const Kiv::Change& c) {
+   if (!hasNotificationActive()) return;
+   IntfId intfId;
+   if (c.source == ptpHwConfig_.get()) {
+      if (c.field != Ptp::HwConfig::F::intfConfig) return;
+      intfId = c.keyAs<IntfId>();
+   } else if (c.source->ownerField() == Ptp::HwConfig::F::intfConfig && c.field == Ptp::HwIntfConfig::F::enabled) {
+      intfId = static_cast<const Ptp::HwIntfConfig*>(c.source)->intfId();
+   } else {
+      return;
+   }
+   if (!chipHas(intfId)) return;
+   handleIntfEnabled(intfId);
+   processIntfReady(intfId);
+}
+
+void VyrPtpHwStatusFapSm::on_externalPhyTimestampLocationConfig(const Kiv::Change& c) {
+   if (!hasNotificationActive()) return;
+   IntfId intfId;
+   if (c.source == externalPhyTimestampLocationConfig_.get()) {
+      if (c.field != PtpTimestampLocationConfig::F::enabledPhysicalIntfConfig) return;
+      intfId = c.keyAs<IntfId>();
+   } else if (c.field == PtpTimestampLocationIntfConfig::F::location) {
+      intfId = static_cast<const PtpTimestampLocationIntfConfig*>(c.source)->intfId();
+   } else {
+      return;
+   }
+   if (chipHas(intfId)) handleIntfTimestampLocation(intfId);
+}
+
+// A new island entity replays each interface it lists as added and each one
+// only the previous entity listed as removed (with no source when cleared).
+void VyrPtpHwStatusFapSm::on_ptpTimestampingStatus(const Kiv::Change& c) {
+   if (!hasNotificationActive()) return;
+   IntfId intfId;
+   if (c.source == ptpTimestampingStatus_.get()) {
+      if (c.field != PtpTimestampStatus::F::physicalIntfStatus) return;
+      intfId = c.keyAs<IntfId>();
+   } else {
+      intfId = static_cast<const PtpTimestampIntfStatus*>(c.source)->intfId();
+   }
+   if (!chipHas(intfId)) return;
+   handleIntfReadyForPacket(intfId);
+   processIntfReady(intfId);
+}
+
+void VyrPtpHwStatusFapSm::on_timeSyncStatus(const Kiv::Change& c) {
+   if (!hasNotificationActive() || c.field != PtpTimeSync::SwitchStatus::F::state) return;
+   handleTimeSyncStatus();
+   processIntfReady();
+}
+
+void VyrPtpHwStatusFapSm::onTimeSyncStatus(const PtpTimeSync::SwitchStatus*, bool initial) {
+   if (initial) return;
+   handleTimeSyncStatus();
+   processIntfReady();
+}
+
+// Only a change between ready and not ready counts, not a new descriptor number.
+void VyrPtpHwStatusFapSm::on_asicTimestampFileStatus(const Kiv::Change& c) {
+   if (!hasNotificationActive() || c.field != AsicTimestampFileStatus::F::timestampFd) return;
+   if ((c.oldAs<std::int32_t>() >= 0) == (c.newAs<std::int32_t>() >= 0)) return;
+   handleAsicTimestampFileStatus();
+   processIntfReady();
+}
+
+void VyrPtpHwStatusFapSm::onConstruct() {
+   const Platform::Attributes& attributes = getProductAttributes();
+   if (attributes.chipTimeFromAsicTimeFile) startAsicTimestampFileSm(attributes);
+   processIntfReady();
+}
+
+// The chip's kernel unit is its FAP number.
+void VyrPtpHwStatusFapSm::startAsicTimestampFileSm(const Platform::Attributes& attributes) {
+   const unsigned unit = unitPortFapInfo_ ? unsigned(unitPortFapInfo_->fapId()) : kernelUnitWithoutChip;
+   const Pondo::String timestampPath = fmt::sprintf(AsicTimeConstants::defaultTimestampPathFmt, unit);
+   const Pondo::String counterConfigPath = fmt::sprintf(AsicTimeConstants::defaultCounterConfigPathFmt, unit);
+   trace(7, "starting asicTimestampFileSm: timestampConfigFile {}, counterConfigFile: {}", timestampPath,
+         counterConfigPath);
+   asicTimestampFileConfig_ =
+       asicTimestampFileConfigFactory(timestampPath, counterConfigPath, attributes.asicTimeCounterNeedsInit, false);
+   const Pondo::Ptr<AsicTimestampFileStatus> status = asicTimestampFileStatusFactory();
+   asicTimestampFileStatus_ = status;
+   asicTimestampFileSm_ = asicTimestampFileSmFactory(asicTimestampFileConfig_, status, Kiv::activityManager().clock());
+}
+
+// The file machine exists exactly when the product reads chip time through the files.
+bool VyrPtpHwStatusFapSm::asicHardwareReady() const {
+   bool ready = true;
+   if (asicTimestampFileSm_) {
+      ready = asicTimestampFileStatus_ && asicTimestampFileStatus_->ready();
+      trace(7, "asicTimestampFileStatus: {}", ready);
+   }
+   if (timeSyncSupported_) {
+      const bool stable = timeSyncStatus_ && timeSyncStatus_->state() == PtpTimeSync::SwitchStatus::stateStable;
+      ready = ready && stable;
+      trace(7, "timeSyncStatus stable: {}", stable);
+   }
+   return ready;
+}
+
+bool VyrPtpHwStatusFapSm::externalPhyHardwareStopped(IntfId intfId) const {
+   const PtpTimestampIntfStatus* phy = ptpTimestampingStatus_ ? ptpTimestampingStatus_->physicalIntfStatus(intfId)
+                                                              : nullptr;
+   if (!phy) return true;
+   trace(7, "intfId: {}: externalPhy: intfReadyForRxPacket: {}, intfReadyForTxPacket: {}", intfId,
+         phy->intfReadyForRx(), phy->intfReadyForTx());
+   return !phy->intfReadyForRx() && !phy->intfReadyForTx();
+}
+
+Pondo::Ptr<Ptp::HwIntfStatus> VyrPtpHwStatusFapSm::getIntfStatus(IntfId intfId) {
+   if (Ptp::HwIntfStatus* existing = ptpHwStatus_->intfStatus(intfId)) return existing;
+   trace(7, "creating intfStatus: intfId: {}", intfId);
+   const Pondo::Ptr<Ptp::HwIntfStatus> status = ptpHwStatus_->intfStatusIs(intfId, Ptp::LinuxTsOptions(0));
+   status->twoStepClockIs(true);
+   status->timestampMultiplierIs(1);
+   status->timestampDividerIs(1);
+   status->timestampAtPacketEndIs(false);
+   return status;
+}
+
+void VyrPtpHwStatusFapSm::handleIntfInfo(IntfId intfId) { trace(8, "intfId: {}", intfId); }
+
+void VyrPtpHwStatusFapSm::handleIntfEnabled(IntfId intfId) { trace(8, "intfId: {}", intfId); }
+
+// Nothing set up for the old location is trusted for the new one: readers see
+// the interface not ready before its new readiness.
+void VyrPtpHwStatusFapSm::handleIntfTimestampLocation(IntfId intfId) {
+   trace(8, "intfId: {}", intfId);
+   const Pondo::Ptr<Ptp::HwIntfStatus> status = getIntfStatus(intfId);
+   status->intfReadyForRxPacketIs(false);
+   status->intfReadyForTxPacketIs(false);
+   trace(7, "intfId: {}, invalidated hw ready: intfReadyForRxPacket: {}, intfReadyForTxPacket: {}", intfId,
+         status->intfReadyForRxPacket(), status->intfReadyForTxPacket());
+   processIntfReady(intfId);
+}
+
+void VyrPtpHwStatusFapSm::handleIntfReadyForPacket(IntfId intfId) { trace(8, "intfId: {}", intfId); }
+
+void VyrPtpHwStatusFapSm::handleTimeSyncStatus() {
+   trace(8, "timeSyncStatus: {}", timeSyncStatus_ ? int(timeSyncStatus_->state()) : -1);
+}
+
+void VyrPtpHwStatusFapSm::handleAsicTimestampFileStatus() {
+   trace(8, "asicTimestampFileStatus ready: {}", asicTimestampFileStatus_ && asicTimestampFileStatus_->ready());
+}
+
+void VyrPtpHwStatusFapSm::processIntfReady(IntfId intfId) {
+   trace(8, "intfId: {}", intfId);
+   const PtpTimestampLocationIntfConfig* entry =
+       externalPhyTimestampLocationConfig_->enabledPhysicalIntfConfig(intfId);
+   const Ptp::HwIntfConfig* config = ptpHwConfig_->intfConfig(intfId);
+   bool rx = false;
+   bool tx = false;
+   if (!config || !config->enabled()) {
+      // not enabled: not ready
+   } else if (entry && entry->location() != Ptp::Location::Location::chip) {
+      const PtpTimestampIntfStatus* phy =
+          ptpTimestampingStatus_ ? ptpTimestampingStatus_->physicalIntfStatus(intfId) : nullptr;
+      if (phy) {
+         rx = phy->intfReadyForRx();
+         tx = phy->intfReadyForTx();
+         trace(7, "intfId: {}, externalPhy: intfRxReady: {}, intfTxReady: {}", intfId, rx, tx);
+      }
+   } else {
+      rx = tx = externalPhyHardwareStopped(intfId) && asicHardwareReady();
+      trace(7, "intfId: {}, asic: asicReady: {}", intfId, rx);
+   }
+   trace(7, "intfId: {}, timestampLocation: {}, intfReadyForRx: {}, intfReadyForTx: {}", intfId,
+         entry ? entry->location() : Ptp::Location::Location::chip, rx, tx);
+   const Pondo::Ptr<Ptp::HwIntfStatus> status = getIntfStatus(intfId);
+   status->intfReadyForRxPacketIs(rx);
+   status->intfReadyForTxPacketIs(tx);
+}
+
+// The interfaces are taken first: readers of the hardware status react while the pass goes on.
+void VyrPtpHwStatusFapSm::processIntfReady() {
+   if (!unitPortFapInfo_) return;
+   const std::vector<IntfId> intfs(unitPortFapInfo_->intfInfo().begin(), unitPortFapInfo_->intfInfo().end());
+   for (IntfId intfId : intfs) processIntfReady(intfId);
+}
+
+// --- VyrPtpHwStatusSm ---------------------------------------------------------------------
+
+// A cleared notifier replays its chips as removed, with no source.
+void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::onAttribute(const Kiv::Change& c) {
+   if (c.source == notifier()) {
+      if (c.field == PtpTimeSync::HwStatus::F::switchAsic) chipChanged(c.keyAs<Pondo::String>());
+   } else if (c.field == PtpTimeSync::SwitchStatus::F::state) {
+      chipChanged(static_cast<const PtpTimeSync::SwitchStatus*>(c.source)->name());
+   }
+}
+
+void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::chipChanged(const Pondo::String& chipName) {
+   ownerSm()->handleTimeSyncHwStatus(sliceName_, chipName);
+   ownerSm()->maybeSetTimeSyncStatus(sliceName_, chipName);
+}
+
+VyrPtpHwStatusSm::VyrPtpHwStatusSm(Pondo::Ptr<const PlatformUnitPortInfo> unitPortInfo,
+                                   Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                                   Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
+                                   Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir,
+                                   Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir, bool timeSyncSupported,
+                                   Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
+    : unitPortInfo_(this, Kiv::nonNull(unitPortInfo, "unitPortInfo"), &VyrPtpHwStatusSm::on_unitPortInfo),
+      ptpHwConfig_(Kiv::nonNull(ptpHwConfig, "ptpHwConfig")),
+      externalPhyTimestampLocationConfig_(
+          Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig")),
+      ptpTimestampingStatusDir_(this, Kiv::nonNull(ptpTimestampingStatusDir, "ptpTimestampingStatusDir"),
+                                &VyrPtpHwStatusSm::on_ptpTimestampingStatusDir),
+      timeSyncHwStatusDir_(this, Kiv::nonNull(timeSyncHwStatusDir, "timeSyncHwStatusDir"),
+                           &VyrPtpHwStatusSm::on_timeSyncHwStatusDir),
+      timeSyncSupported_(timeSyncSupported),
+      ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")) {}
+
+Pondo::String VyrPtpHwStatusSm::phyIslandName(const Pondo::String& sliceName) {
+   return Pondo::String(phyIslandPrefix) + Utils::genericSliceName(sliceName);
+}
+
+// The initial walk of the chips runs as the inputs are bound: each chip gets
+// its machine, then its island and time-sync status from the directories.
+void VyrPtpHwStatusSm::on_unitPortInfo(const Kiv::Change& c) {
+   if (c.source == unitPortInfo_.get() && c.field == PlatformUnitPortInfo::F::fapInfo) handleFapId(c.keyAs<FapId>());
+}
+
+void VyrPtpHwStatusSm::on_ptpTimestampingStatusDir(const Kiv::Change& c) {
+   if (c.source != ptpTimestampingStatusDir_.get() || c.field != Kiv::Dir::F::entityPtr) return;
+   const Pondo::String name = c.keyAs<Pondo::String>();
+   handlePtpTimestampingStatus(name);
+   maybeSetPtpTimestampStatus(name);
+}
+
+// An entity added, replaced or removed: the watcher of that slice follows the
+// new entity (replaying its chips) or, cleared first, replays the old one's
+// chips as removed and goes.
+void VyrPtpHwStatusSm::on_timeSyncHwStatusDir(const Kiv::Change& c) {
+   if (c.source != timeSyncHwStatusDir_.get() || c.field != Kiv::Dir::F::entityPtr) return;
+   const Pondo::String sliceName = c.keyAs<Pondo::String>();
+   const Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus =
+       dynamic_cast<const PtpTimeSync::HwStatus*>(timeSyncHwStatusDir_->entityPtr(sliceName));
+   if (NestedSm_TimeSyncHwStatus* sm = timeSyncHwStatusSm_.find(sliceName)) {
+      sm->notifierIs(hwStatus);
+      if (!hwStatus) timeSyncHwStatusSm_.del(sliceName);
+   } else if (hwStatus) {
+      timeSyncHwStatusSm_.insert(sliceName, Kiv::make<NestedSm_TimeSyncHwStatus>(hwStatus, this, sliceName));
+   }
+}
+
+Pondo::Ptr<VyrPtpHwStatusFapSm> VyrPtpHwStatusSm::hwStatusFapSmIs(FapId fapId,
+                                                                  Pondo::Ptr<const PlatformUnitPortFapInfo> info) {
+   return hwStatusFapSm_.isFrom(fapId, std::move(info), ptpHwConfig_, externalPhyTimestampLocationConfig_,
+                                timeSyncSupported_, ptpHwStatus_);
+}
+
+void VyrPtpHwStatusSm::handleFapId(FapId fapId) {
+   trace(8, "fapId: {}", fapId);
+   const Pondo::Ptr<const PlatformUnitPortFapInfo> info = unitPortInfo_->fapInfo(fapId);
+   if (!info) {
+      trace(7, "removal: {}", fapId);
+      hwStatusFapSmDel(fapId);
+      return;
+   }
+   trace(7, "creation: {}", fapId);
+   hwStatusFapSmIs(fapId, info);
+   maybeSetPtpTimestampStatus(phyIslandName(info->sliceName()));
+   maybeSetTimeSyncStatus(info->sliceName(), info->chipName());
+}
+
+void VyrPtpHwStatusSm::handlePtpTimestampingStatus(const Pondo::String& name) { trace(8, "{}", name); }
+
+// Chips on slices of one kind share one island entity. The machines are
+// picked first: setting their status starts readiness passes whose readers
+// may change the chip list.
+void VyrPtpHwStatusSm::maybeSetPtpTimestampStatus(const Pondo::String& name) {
+   trace(8, "name: {}", name);
+   const Pondo::Ptr<const PtpTimestampStatus> island =
+       dynamic_cast<const PtpTimestampStatus*>(ptpTimestampingStatusDir_->entityPtr(name));
+   std::vector<Pondo::Ptr<VyrPtpHwStatusFapSm>> chips;
+   for (const auto& [fapId, info] : unitPortInfo_->fapInfo()) {
+      VyrPtpHwStatusFapSm* sm = hwStatusFapSm(fapId);
+      if (!sm || phyIslandName(info->sliceName()) != name) continue;
+      trace(7, "fapId: {}, sliceName: {}", fapId, info->sliceName());
+      chips.emplace_back(sm);
+   }
+   for (const auto& sm : chips) sm->ptpTimestampingStatusIs(island);
+}
+
+void VyrPtpHwStatusSm::handleTimeSyncHwStatus(const Pondo::String& sliceName, const Pondo::String& chipName) {
+   trace(8, "{}, {}", sliceName, chipName);
+}
+
+void VyrPtpHwStatusSm::maybeSetTimeSyncStatus(const Pondo::String& sliceName, const Pondo::String& chipName) {
+   trace(8, "sliceName: {}, chipName: {}", sliceName, chipName);
+   const auto* hwStatus = dynamic_cast<const PtpTimeSync::HwStatus*>(timeSyncHwStatusDir_->entityPtr(sliceName));
+   const Pondo::Ptr<const PtpTimeSync::SwitchStatus> switchStatus =
+       hwStatus ? hwStatus->switchAsic(chipName) : nullptr;
+   std::vector<Pondo::Ptr<VyrPtpHwStatusFapSm>> chips;
+   for (const auto& [fapId, info] : unitPortInfo_->fapInfo()) {
+      VyrPtpHwStatusFapSm* sm = hwStatusFapSm(fapId);
+      if (!sm || info->sliceName() != sliceName || info->chipName() != chipName) continue;
+      trace(7, "fapId: {}, sliceName: {}, chipName: {}", fapId, sliceName, chipName);
+      chips.emplace_back(sm);
+   }
+   for (const auto& sm : chips) sm->timeSyncStatusIs(switchStatus);
+}
+
+// --- Factories ---------------------------------------------------------------------------------
+
+Pondo::Ptr<VyrPtpHwStatusFapSm> vyrPtpHwStatusFapSmFactory(
+    Pondo::Ptr<const PlatformUnitPortFapInfo> unitPortFapInfo, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig, bool timeSyncSupported,
+    Pondo::Ptr<Ptp::HwStatus> ptpHwStatus) {
+   return Kiv::make<VyrPtpHwStatusFapSm>(std::move(unitPortFapInfo), std::move(ptpHwConfig),
+                                         std::move(externalPhyTimestampLocationConfig), timeSyncSupported,
+                                         std::move(ptpHwStatus));
+}
+
+Pondo::Ptr<VyrPtpHwStatusFapSm> VyrPtpHwStatusFapSmIs(
+    Pondo::Ptr<const PlatformUnitPortFapInfo> unitPortFapInfo, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig, bool timeSyncSupported,
+    Pondo::Ptr<Ptp::HwStatus> ptpHwStatus) {
+   return vyrPtpHwStatusFapSmFactory(std::move(unitPortFapInfo), std::move(ptpHwConfig),
+                                     std::move(externalPhyTimestampLocationConfig), timeSyncSupported,
+                                     std::move(ptpHwStatus));
+}
+
+Pondo::Ptr<VyrPtpHwStatusSm> vyrPtpHwStatusSmFactory(
+    Pondo::Ptr<const PlatformUnitPortInfo> unitPortInfo, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
+    Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir, Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir,
+    bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus) {
+   return Kiv::make<VyrPtpHwStatusSm>(std::move(unitPortInfo), std::move(ptpHwConfig),
+                                      std::move(externalPhyTimestampLocationConfig),
+                                      std::move(ptpTimestampingStatusDir), std::move(timeSyncHwStatusDir),
+                                      timeSyncSupported, std::move(ptpHwStatus));
+}
+
+Pondo::Ptr<VyrPtpHwStatusSm> VyrPtpHwStatusSmIs(
+    Pondo::Ptr<const PlatformUnitPortInfo> unitPortInfo, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
+    Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir, Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir,
+    bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus) {
+   return vyrPtpHwStatusSmFactory(std::move(unitPortInfo), std::move(ptpHwConfig),
+                                  std::move(externalPhyTimestampLocationConfig), std::move(ptpTimestampingStatusDir),
+                                  std::move(timeSyncHwStatusDir), timeSyncSupported, std::move(ptpHwStatus));
+}
+
+}  // namespace VyrPtp::Location
