@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -12,10 +11,9 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <map>
 
 #include "DefaultScenario.h"
-#include "Module.h"
+#include "Simulation.h"
 
 namespace Sim {
 
@@ -46,9 +44,6 @@ struct Options {
    std::string jsonPath;
    double maxEvents = 1e7;
 };
-
-// The timeline event that restarts the library's machines in every module.
-constexpr const char* kAgentRestart = "agentRestart";
 
 [[noreturn]] void usageError(const std::string& what) {
    std::cerr << "vyrptp-sim: " << what << "\n(vyrptp-sim --help lists the options)\n";
@@ -123,45 +118,8 @@ Options parseArguments(int argc, char** argv) {
    return o;
 }
 
-// Refuses a run whose estimated loop events exceed the limit: it would not end in reasonable time.
-void checkRunLength(const Scenario& scenario, const std::vector<std::unique_ptr<Module>>& modules, double maxEvents) {
-   double perSecond = 0;
-   for (auto& m : modules) perSecond += m->loopEventsPerSecond();
-   const double estimate = perSecond * scenario.duration() + double(scenario.timeline().size());
-   if (estimate <= maxEvents) return;
-   scenario.fail(scenario.root()["duration"],
-                 fmt::format("this run would take about {:.3g} loop events ({} s simulated at about {:.0f} per "
-                             "second), over the limit of {:.3g}; shorten 'duration', lower the rates, or raise the "
-                             "limit with --max-events N",
-                             estimate, scenario.duration(), perSecond, maxEvents));
-}
-
-// The report as one JSON document: the scenario's timeline, the run, each module's data.
-void writeJson(const std::string& path, const Scenario& scenario, World& world,
-               const std::vector<std::unique_ptr<Module>>& modules, double simulated) {
-   Json doc;
-   Json& sc = doc["scenario"];
-   sc["origin"] = scenario.origin();
-   sc["name"] = scenario.get<std::string>(scenario.root(), "name", scenario.origin());
-   sc["duration"] = scenario.duration();
-   Json& timeline = sc["timeline"] = Json::array();
-   for (const Event& e : scenario.timeline()) {
-      YAML::Emitter body;
-      body << YAML::Flow << e.body;
-      Json& j = timeline.push(Json());
-      j["at"] = e.at;
-      j["kind"] = e.kind;
-      j["line"] = e.line;
-      j["body"] = std::string(body.c_str());
-   }
-   doc["run"]["simulated"] = simulated;
-   doc["run"]["loopEvents"] = Kiv::activityManager().eventsRun();
-   Json& data = doc["modules"] = Json::object();
-   for (auto& m : modules) {
-      Json part;
-      m->reportData(world, part);
-      if (!part.isNull()) data[m->name()] = std::move(part);
-   }
+// Writes the report as one JSON document.
+void writeJson(const std::string& path, const Json& doc) {
    std::ofstream out(path, std::ios::trunc);
    out << doc.text() << "\n";
    if (!out) throw std::runtime_error("cannot write the JSON report to " + path);
@@ -209,78 +167,23 @@ class Progress {
 int run(const Options& opt) {
    Scenario scenario = opt.scenarioPath.empty() ? Scenario(kDefaultScenario, "<built-in default scenario>")
                                                 : Scenario::fromFile(opt.scenarioPath);
-   std::vector<std::unique_ptr<Module>> modules;
-   for (ModuleMaker m : moduleMakers()) modules.push_back(m());
-   std::stable_sort(modules.begin(), modules.end(), [](auto& a, auto& b) { return a->order() < b->order(); });
-
-   // Every section and event kind must belong to someone.
-   std::map<std::string, Module*> sectionOwner, eventOwner;
-   for (auto& m : modules) {
-      for (auto& s : m->sections()) sectionOwner[s] = m.get();
-      for (auto& e : m->events()) eventOwner[e] = m.get();
-   }
-   for (const auto& kv : scenario.root()) {
-      const std::string& key = kv.first.Scalar();
-      if (key == "name" || key == "description" || key == "duration" || key == "timeline") continue;
-      if (!sectionOwner.count(key)) scenario.fail(kv.first, fmt::format("unknown section '{}'", key));
-   }
-   for (const Event& e : scenario.timeline()) {
-      if (e.kind == kAgentRestart && !e.body.IsNull()) scenario.fail(e, "'agentRestart' takes no value");
-      if (e.kind != kAgentRestart && !eventOwner.count(e.kind)) {
-         scenario.fail(e, fmt::format("unknown event kind '{}'", e.kind));
-      }
-   }
-   for (auto& m : modules) m->load(scenario);
-   checkRunLength(scenario, modules, opt.maxEvents);
-
-   Kiv::ActivityManager& loop = Kiv::activityManager();
-   if (opt.realTime) {
-      loop.realTimeIs();
-   } else {
-      loop.virtualTimeIs(0, 1.7e9);
-   }
-   const double start = loop.currentTime();
+   Simulation sim(scenario, opt.maxEvents);
    Progress progress(opt.progress, scenario.duration());
-
-   World world{scenario};
-   world.verbose = opt.verbose;
    std::string title = scenario.get<std::string>(scenario.root(), "name", scenario.origin());
    fmt::print("Scenario: {} ({} events, {:.3f} s simulated, {} time)\n", title, scenario.timeline().size(),
               scenario.duration(), opt.realTime ? "real" : "virtual");
-   for (auto& m : modules) m->build(world);
-   loop.runReady();
+   sim.start(opt.realTime, opt.verbose);
+   sim.runTo(scenario.duration(), [&] {
+      if (stopSignal) throw Stopped{stopSignal};
+      progress.at(sim.simulated());
+   });
 
-   // The loop runs in slices of at most kSlice simulated seconds, between
-   // which progress is shown and a stop signal is heard.
-   constexpr double kSlice = 0.1;
-   auto runTo = [&](double t) {
-      const double until = start + t;
-      while (loop.currentTime() < until) {
-         loop.runUntil(std::min(until, loop.currentTime() + kSlice));
-         if (stopSignal) throw Stopped{stopSignal};
-         progress.at(loop.currentTime() - start);
-      }
-   };
-   for (const Event& e : scenario.timeline()) {
-      runTo(e.at);
-      world.log("event {} (line {})", e.kind, e.line);
-      if (e.kind == kAgentRestart) {
-         for (auto& m : modules) m->agentRestart(world);
-      } else {
-         eventOwner.at(e.kind)->apply(e, world);
-      }
-      loop.runReady();
-      for (auto& m : modules) m->afterEvent(e, world);
-   }
-   runTo(scenario.duration());
-
-   std::string out;
-   for (auto& m : modules) m->report(world, out);
+   const std::string out = sim.report();
    const double wall = progress.elapsed();
    fmt::print("\n== Summary ==\n{}", out);
-   fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n",
-              loop.currentTime() - start, wall, scenario.timeline().size(), loop.eventsRun());
-   if (!opt.jsonPath.empty()) writeJson(opt.jsonPath, scenario, world, modules, loop.currentTime() - start);
+   fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n", sim.simulated(),
+              wall, scenario.timeline().size(), Kiv::activityManager().eventsRun());
+   if (!opt.jsonPath.empty()) writeJson(opt.jsonPath, sim.reportData());
    return 0;
 }
 
