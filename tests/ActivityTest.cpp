@@ -1,7 +1,10 @@
 // The activity loop: virtual and real time, clock wake-ups, posted work.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cmath>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -111,6 +114,31 @@ TEST_F(Activity, CallbacksMaySetMoveAndCancelWakeUps) {
    moved->timeMinIs(110);
    loop.runFor(20);
    EXPECT_EQ(log, (Strings{"tick at 101", "moved at 101.5", "tick at 102", "tick at 103"}));
+}
+
+TEST_F(Activity, ANaNDeadlineIsRejectedNamingTheTimer) {
+   auto early = timer("early"), broken = timer("broken"), late = timer("late");
+   early->timeMinIs(101);
+   try {
+      broken->timeMinIs(std::nan(""));
+      FAIL() << "a NaN deadline was accepted";
+   } catch (const Kiv::Error& e) {
+      // The timer is named by the code that made its callback.
+      EXPECT_STREQ(e.what(), "deadline NaN for the clock timer of (anonymous namespace)::Activity::timer(char const*)::{lambda()#1}");
+   }
+   EXPECT_EQ(broken->timeMin(), Kiv::kNever);
+   late->timeMinIs(102);
+   loop.runFor(5);
+   EXPECT_EQ(log, (Strings{"early at 101", "late at 102"}));
+   EXPECT_EQ(loop.pendingTimers(), 0u);
+}
+
+TEST_F(Activity, AnInfiniteDeadlineMeansNever) {
+   auto t = timer("t");
+   t->timeMinIs(std::numeric_limits<double>::infinity());
+   EXPECT_EQ(loop.pendingTimers(), 0u);
+   loop.runFor(1e9);
+   EXPECT_TRUE(log.empty());
 }
 
 TEST_F(Activity, StopEndsTheRunAfterThePresentEvent) {

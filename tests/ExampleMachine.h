@@ -1,6 +1,6 @@
 // A small entity family and state machines showing the framework's pattern:
-// a machine copying members into an output, and one keeping a nested machine
-// per member. Used by the framework tests.
+// a machine copying members into an output, one keeping a nested machine per
+// member, and one writing into its own input. Used by the framework tests.
 #pragma once
 
 #include <fmt/format.h>
@@ -96,6 +96,28 @@ class SummarySm : public Kiv::Reactor {
 
    Kiv::Input<const Chassis> chassis_;
    Pondo::Ptr<Summary> summary_;
+};
+
+// Caps the speed of every port at `cap`. It writes into the input it watches:
+// its own write reaches it only after the handler that made it has returned,
+// as one more change, so the handler never runs inside itself.
+class SpeedCapSm : public Kiv::Reactor {
+  public:
+   SpeedCapSm(Pondo::Ptr<Chassis> chassis, int cap)
+       : chassis_(this, std::move(chassis), &SpeedCapSm::on_chassis), cap_(cap) {}
+   std::vector<std::string> log;  // each speed heard, and whether it was capped
+
+  private:
+   void on_chassis(const Kiv::Change& c) {
+      if (c.source == chassis_.get() || c.field != Port::F::speed) return;
+      auto* port = static_cast<const Port*>(c.source);
+      const bool over = c.newAs<int>() > cap_;
+      log.push_back(fmt::format("{} {}{}", port->intf().shortName(), c.newAs<int>(), over ? " capped" : ""));
+      if (over) chassis_->port(port->intf())->speedIs(cap_);
+   }
+
+   Kiv::Input<Chassis> chassis_;
+   int cap_;
 };
 
 class PortWatchSm;

@@ -117,8 +117,9 @@ TEST_P(SimFaultStormTest, EveryMessageAccountedAndNoWrongWidening) {
 
 INSTANTIATE_TEST_SUITE_P(Seeds, SimFaultStormTest, testing::Values(1u, 2u, 3u));
 
-// A restarted agent recovers: readiness returns, timestamps flow again, and
-// nothing latched before the restart is published after it.
+// A restarted agent recovers: readiness returns, timestamps flow again,
+// nothing latched before the restart is published after it, and the machines
+// of the other subsystems come back on the same entities.
 TEST(SimAgentRestartTest, ReadinessAndTimestampsRecover) {
    std::string s = fmt::format(
        "duration: 4\nchips:\n  - {{logicalFap: 0, interfaces: [Ethernet1/1, Ethernet1/2]}}\n"
@@ -127,6 +128,7 @@ TEST(SimAgentRestartTest, ReadinessAndTimestampsRecover) {
        "ptpMode: 1\nptpIntfConfig:\n  Ethernet1/1: {{enabled: true}}\n"
        "portDS:\n  - {{intf: Ethernet1/1, state: master, clockId: 001c73.fffe.000001}}\n"
        "egressCollection:\n  traffic: {{Ethernet1/1: 100}}\n"
+       "cfUpdate:\n  Ethernet1/1: {{ingressUpdate: true}}\n"
        "timeline:\n  - at: 2.0021\n    agentRestart:\n");
    const SimRun r = SimRun::of(s, "", true);
    ASSERT_EQ(r.status, 0) << r.err;
@@ -139,6 +141,25 @@ TEST(SimAgentRestartTest, ReadinessAndTimestampsRecover) {
    EXPECT_TRUE(ready.find("ready")->boolean());
    EXPECT_GE(at(ready, "since"), 2.0021);  // ready again after the restart
    EXPECT_NE(r.out.find("agent restarted the polling adapter and the aggregate"), std::string::npos);
+
+   // The hardware status machines' readiness, with its last change after the restart.
+   const Sim::Json& hw = *modules.find("hw-status")->find("interfaces")->find("Ethernet1/1");
+   EXPECT_TRUE(hw.find("rx")->boolean());
+   EXPECT_TRUE(hw.find("tx")->boolean());
+   EXPECT_TRUE(hw.find("why")->isNull());
+   EXPECT_GE(at(hw.find("history")->items().back(), "at"), 2.0021);
+   // The correction-field machine programs the row again and CF_UPDATE is active.
+   const Sim::Json& cf = *modules.find("cfUpdate");
+   EXPECT_TRUE(cf.find("active")->boolean());
+   const Sim::Json& row = *cf.find("logicalFaps")->find("0")->find("rows")->find("Ethernet1/1");
+   EXPECT_TRUE(row.find("rx")->find("ingressCfUpdateEnable")->boolean());
+   // The ingress forwarding control machine holds the chip's table again.
+   EXPECT_FALSE(modules.find("ingressFwdCtrl")->find("chips")->find("chip0")->find("profiles")->members().empty());
+   for (const char* line : {"hw status: agent restarted the location and hardware status machines",
+                            "cfUpdate: agent restarted the correction-field machine; CF_UPDATE active",
+                            "ingress forwarding control: agent restarted the machine; 1 chips"}) {
+      EXPECT_NE(r.out.find(line), std::string::npos) << line;
+   }
 }
 
 }  // namespace

@@ -48,6 +48,15 @@ void AggregatorSm::handleIntfStatus() {
 }
 
 void AggregatorSm::handleIntfStatus(const ProgrammerIntfId& k) {
+   judging_.push_back(k);
+   if (judging_.size() > 1) return;
+   while (!judging_.empty()) {
+      judge(judging_.front());
+      judging_.pop_front();
+   }
+}
+
+void AggregatorSm::judge(const ProgrammerIntfId& k) {
    const Wyx::IntfId intfId = k.intfId;
    trace(8, "handleIntfStatus: programmerType {}, intfId {}", k.programmerType, intfId);
    // Every active programmer is consulted for the interface, whichever one reported.

@@ -4,6 +4,8 @@
 // timestamping properties that the programmers recorded for it.
 #pragma once
 
+#include <deque>
+
 #include "Kiv/Reactor.h"
 #include "Ptp/HwStatus.h"
 #include "VyrPtp/Export.h"
@@ -41,6 +43,8 @@ class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
    // Judges every reported interface.
    void handleIntfStatus();
    // Judges the interface of `k` from the reports of all active programmers.
+   // Asked again while judging (a report reacting to the readiness written),
+   // it judges once the present judgement has written both directions.
    void handleIntfStatus(const ProgrammerIntfId& k);
    // Copies the static timestamping properties into the published entry.
    void updateStaticHwIntfStatus(Wyx::IntfId intfId);
@@ -55,10 +59,12 @@ class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
   private:
    void handleInitialized() override;
    void on_programmerStatus(const Kiv::Change& c);
+   void judge(const ProgrammerIntfId& k);
 
    Kiv::Input<const Status> programmerStatus_;
    Pondo::Ptr<Ptp::HwStatus> hwStatus_;
    Kiv::Collection<ProgrammerIntfId, NestedSm_IntfStatus> intfStatus_{this, F::intfStatus, "intfStatus"};
+   std::deque<ProgrammerIntfId> judging_;  // the judgement running, then those asked for meanwhile
 };
 
 VYRPTP_EXPORT Pondo::Ptr<AggregatorSm> aggregatorSmFactory(Pondo::Ptr<const Status> programmerStatus,

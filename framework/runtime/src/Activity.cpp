@@ -1,6 +1,7 @@
 #include "Kiv/Activity.h"
 
 #include <chrono>
+#include <cmath>
 #include <thread>
 
 namespace Kiv {
@@ -91,7 +92,11 @@ ClockTimer::ClockTimer(const Pondo::Ptr<Clock>& clock, std::function<void()> onT
 
 ClockTimer::~ClockTimer() { timeMinIs(kNever); }
 
+// A NaN deadline would break the ordering of the pending timers.
 void ClockTimer::timeMinIs(Seconds t) {
+   if (std::isnan(t)) {
+      throw Error(fmt::format("deadline NaN for the clock timer of {}", Pondo::typeName(onTime_.target_type())));
+   }
    ActivityManager& loop = activityManager();
    if (scheduled_) {
       loop.cancel(this);

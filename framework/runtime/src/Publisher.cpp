@@ -3,6 +3,7 @@
 #include <cxxabi.h>
 
 #include <algorithm>
+#include <deque>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -14,12 +15,61 @@
 
 namespace Pondo {
 
-namespace {
-
 std::string typeName(const std::type_info& t) {
    int status = 0;
    std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(t.name(), nullptr, nullptr, &status), std::free);
    return status == 0 ? name.get() : t.name();
+}
+
+namespace {
+
+Kept keep(Kept (*how)(const void*), const void* p) { return how && p ? how(p) : Kept{}; }
+
+// A change that waits: its own copies of key and values, a use of its source.
+class HeldChange {
+  public:
+   explicit HeldChange(const Change& c)
+       : change_(c),
+         source_(c.source),
+         key_(keep(c.layout->key, c.key)),
+         old_(keep(c.layout->value, c.oldValue)),
+         new_(keep(c.layout->value, c.newValue)) {
+      change_.key = key_.get();
+      change_.oldValue = old_.get();
+      change_.newValue = new_.get();
+   }
+   const Change& get() const { return change_; }
+
+  private:
+   Change change_;
+   Ptr<const Publisher> source_;
+   Kept key_, old_, new_;
+};
+
+// A change waiting for a publisher's present delivery to end (no target), or
+// for a receiver's running handler to return.
+struct Waiting {
+   Ptr<const Publisher> publisher;
+   Receiver* target;
+   Publisher::Handler handler;
+   const bool* active;
+   HeldChange change;
+};
+
+// Waiting changes of this thread, oldest first.
+std::deque<Waiting>& waiting() {
+   thread_local std::deque<Waiting> w;
+   return w;
+}
+
+// Removes and returns the oldest waiting change that `match` accepts.
+template <class Match>
+Waiting next(Match match) {
+   auto& w = waiting();
+   auto it = std::find_if(w.begin(), w.end(), match);
+   Waiting found = std::move(*it);
+   w.erase(it);
+   return found;
 }
 
 }  // namespace
@@ -34,6 +84,44 @@ void handlerThrew(const Receiver& r) {
    }
    fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
               std::source_location::current());
+}
+
+void Receiver::handlerThrew() const { Pondo::handlerThrew(*this); }
+
+void Receiver::idle() {
+   ++running_;  // what reaches it meanwhile queues behind
+   while (pending_ & ~kAfterRunning) {
+      --pending_;
+      Waiting w = next([this](const Waiting& x) { return x.target == this; });
+      if (*w.active && w.publisher->delivers(this, w.handler)) {
+         try {
+            (this->*w.handler)(w.change.get());
+         } catch (...) {
+            handlerThrew();
+         }
+      }
+   }
+   --running_;
+   if (pending_ & kAfterRunning) {
+      pending_ &= ~kAfterRunning;
+      afterRunning();
+   }
+}
+
+void Publisher::wait(const Change& c) const {
+   ++queued_;
+   waiting().push_back({this, nullptr, nullptr, nullptr, HeldChange(c)});
+}
+
+void Publisher::defer(const Entry& e, const Change& c) const {
+   ++e.target->pending_;
+   waiting().push_back({this, e.target, e.handler, e.active, HeldChange(c)});
+}
+
+bool Publisher::delivers(const Receiver* target, Handler handler) const {
+   return std::any_of(subs_.begin(), subs_.end(), [&](const Entry& e) {
+      return e.target == target && e.handler == handler && e.active != &kOff;
+   });
 }
 
 void Publisher::handlerRemove(Receiver* target, Handler handler) const {
@@ -55,6 +143,12 @@ std::size_t Publisher::subscribers() const {
 }
 
 void Publisher::settle() const {
+   while (queued_) {
+      --queued_;
+      Waiting w = next([this](const Waiting& x) { return x.publisher.get() == this && !x.target; });
+      send(w.change.get());
+   }
+   delivering_ = false;
    if (holes_) {
       std::erase_if(subs_, [](const Entry& e) { return e.active == &kOff; });
       holes_ = false;

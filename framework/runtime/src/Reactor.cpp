@@ -6,16 +6,6 @@ namespace Kiv {
 
 namespace {
 
-// Runs a hook of `r`; an exception that escapes it stops the process.
-template <class F>
-void guarded(const Reactor& r, F hook) {
-   try {
-      hook();
-   } catch (...) {
-      Pondo::handlerThrew(r);
-   }
-}
-
 // Hands every replayed change straight to an input's handler: the initial
 // pass runs before notifications are switched on.
 struct Direct final : Pondo::Subscriber {
@@ -39,11 +29,9 @@ void InputBase::unsubscribe(const Pondo::Publisher* entity) {
 }
 
 void InputBase::dispatch(const Change& c) {
-   try {
-      (owner_->*onChange_)(c);
-   } catch (...) {
-      handlerThrew();
-   }
+   Reactor* r = owner_;
+   const Pondo::Publisher::Handler h = onChange_;
+   r->run([r, h, &c] { (r->*h)(c); });
 }
 
 void InputBase::bind(const Pondo::Publisher* now, const Pondo::Publisher* previous) {
@@ -73,8 +61,6 @@ void InputBase::start() {
    selfHandler(nullptr, true);
 }
 
-void InputBase::handlerThrew() const { Pondo::handlerThrew(*owner_); }
-
 Reactor::Reactor(Reactor* parent) : parent_(parent) {
    if (parent_) {
       nextSibling_ = parent_->firstChild_;
@@ -91,12 +77,16 @@ Reactor::~Reactor() {
    if (nextSibling_) nextSibling_->prevSibling_ = prevSibling_;
 }
 
+// One run of the machine: what reaches it during the initial pass is
+// delivered once notifications are on.
 void Reactor::start() {
-   for (InputBase* in : inputs_) in->start();
-   started_ = true;
-   checkInitialized();
-   guarded(*this, [this] { onConstruct(); });
-   notificationActive_ = true;
+   run([this] {
+      for (InputBase* in : inputs_) in->start();
+      started_ = true;
+      checkInitialized();
+      onConstruct();
+      notificationActive_ = true;
+   });
 }
 
 void Reactor::checkInitialized() {
@@ -105,7 +95,7 @@ void Reactor::checkInitialized() {
       if (in->required_ && !in->entity()) return;
    }
    initialized_ = true;
-   guarded(*this, [this] { handleInitialized(); });
+   run([this] { handleInitialized(); });
 }
 
 // Notifications off, nested machines detached (the zombie-reactor pass), every
@@ -116,11 +106,24 @@ void Reactor::detach() {
    for (InputBase* in : inputs_) in->unsubscribe(in->entity());
 }
 
+// A machine released while one of its handlers runs is torn down once that
+// handler returns. Teardown holds a use, so that changes published meanwhile
+// may hold further ones; the last of them deletes the machine.
 void Reactor::destroy() {
-   reference();  // keeps the count above zero while teardown publishes
-   guarded(*this, [this] { onDestruct(); });
+   if (running()) return afterRunningIs();
+   if (tornDown_) {
+      delete this;
+      return;
+   }
+   tornDown_ = true;
+   reference();
+   run([this] { onDestruct(); });
    detach();
-   delete this;
+   dereference();
+}
+
+void Reactor::afterRunning() {
+   if (references() == 0) destroy();  // unless counted again meanwhile
 }
 
 }  // namespace Kiv

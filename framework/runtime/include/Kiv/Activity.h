@@ -82,7 +82,8 @@ inline Seconds currentTime() { return activityManager().currentTime(); }
 inline Seconds currentTimeUtc() { return activityManager().currentTimeUtc(); }
 
 // A one-shot wake-up on the clock: `onTime` runs once at or after timeMin.
-// Setting timeMin again moves the deadline; kNever cancels it.
+// Setting timeMin again moves the deadline; kNever (infinity) cancels it, and
+// NaN is refused with Kiv::Error naming the timer by its callback's type.
 class ClockTimer {
   public:
    ClockTimer(const Pondo::Ptr<Clock>& clock, std::function<void()> onTime);

@@ -24,6 +24,7 @@
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Kiv/Trace.h"
 #include "Pondo/Publisher.h"
@@ -74,12 +75,14 @@ class Entity : public Pondo::Publisher {
          slot = std::move(value);
          return;
       }
-      V old = std::exchange(slot, std::move(value));
-      publish(Change{this, field, Change::Kind::attribute, nullptr, &old, &slot});
+      V old = std::exchange(slot, value);
+      publish(Change{this, field, Change::Kind::attribute, nullptr, &old, &value, &kLayout<V>});
    }
 
   private:
    friend class CollectionBase;
+   template <class V>
+   static constexpr Pondo::ChangeLayout kLayout{nullptr, &Pondo::keepCopy<V>};
    CollectionBase* collections_ = nullptr;
 };
 
@@ -110,29 +113,41 @@ class CollectionBase {
    virtual void replay(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) const = 0;
 
   protected:
-   // The replay of one collection type: `store(c)` gives the container of a
-   // collection, `value(element)` what a change carries as the member.
-   template <class C, class Store, class Key, class Value>
-   static void replayOf(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to,
-                        Store store, Key key, Value value) {
+   // The replay of one collection type `C` (its keys(), contains(), memberOf()
+   // and kLayout). It walks copies of the keys and looks each member up again,
+   // so the handler may change the collections meanwhile: a member gone by its
+   // turn is skipped, one added reaches the handler as a published change.
+   template <class C>
+   static void replayOf(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) {
       auto* n = static_cast<const C*>(now);
       auto* p = static_cast<const C*>(previous);
+      auto hold = [](const C* c, const auto& k) {  // the member, alive while the handler runs
+         auto* m = c->memberOf(k);
+         return m && C::kLayout.value ? C::kLayout.value(m) : Pondo::Kept{};
+      };
       if (n) {
-         for (auto& e : store(n)) {
-            to.onChange(Change{n->owner_, n->field_, Change::Kind::added, &key(e), nullptr, value(e)});
+         for (const auto& k : n->keys()) {
+            if (!n->contains(k)) continue;
+            Pondo::Kept m = hold(n, k);
+            to.onChange(Change{n->owner_, n->field_, Change::Kind::added, &k, nullptr, m.get(), &C::kLayout});
          }
       }
       if (p) {
-         for (auto& e : store(p)) {
-            if (n && store(n).count(key(e))) continue;
-            to.onChange(Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, &key(e), value(e), nullptr});
+         for (const auto& k : p->keys()) {
+            if ((n && n->contains(k)) || !p->contains(k)) continue;
+            Pondo::Kept m = hold(p, k);
+            to.onChange(Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, &k, m.get(), nullptr,
+                               &C::kLayout});
          }
       }
    }
 
-   void publish(Change::Kind kind, const void* key, const void* oldValue, const void* newValue) {
+   // Publishes a change of a member; `key` and the values must not live in the
+   // store, which handlers may change during delivery.
+   void publish(Change::Kind kind, const void* key, const void* oldValue, const void* newValue,
+                const Pondo::ChangeLayout& layout) {
       if (kind != Change::Kind::changed) ++modifications_;
-      owner_->publish(Change{owner_, field_, kind, key, oldValue, newValue});
+      owner_->publish(Change{owner_, field_, kind, key, oldValue, newValue, &layout});
    }
    Entity* owner() const { return owner_; }
 
@@ -201,6 +216,15 @@ struct AsPair {
    }
 };
 
+// The keys of a map, in key order.
+template <class M>
+std::vector<typename M::key_type> keysOf(const M& m) {
+   std::vector<typename M::key_type> keys;
+   keys.reserve(m.size());
+   for (const auto& e : m) keys.push_back(e.first);
+   return keys;
+}
+
 // The fixed constructor arguments of a member, for comparison on re-creation.
 template <class E>
 auto fixedArgsOf(const E& e) {
@@ -258,10 +282,11 @@ class Collection final : public CollectionBase {
    // Inserts an entity made elsewhere (its key must be `k`).
    Pondo::Ptr<E> insert(const K& k, Pondo::Ptr<E> m) {
       kassert(m, "null member for collection {}", name());
-      auto [it, fresh] = members_.try_emplace(k, m);
+      const K key = k;
+      const bool fresh = members_.try_emplace(key, m).second;
       kassert(fresh, "collection {} already holds the key", name());
       m->ownerIs(owner(), field());
-      publish(Change::Kind::added, &it->first, nullptr, m.get());
+      publish(Change::Kind::added, &key, nullptr, m.get(), kLayout);
       return m;
    }
    // Removes the member and returns it, or null.
@@ -272,7 +297,7 @@ class Collection final : public CollectionBase {
       const K key = it->first;
       members_.erase(it);
       m->ownerIs(nullptr, 0);
-      publish(Change::Kind::removed, &key, m.get(), nullptr);
+      publish(Change::Kind::removed, &key, m.get(), nullptr, kLayout);
       return m;
    }
    void delAll() {
@@ -280,12 +305,15 @@ class Collection final : public CollectionBase {
    }
 
    void replay(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) const override {
-      replayOf<Collection>(
-          now, previous, to, [](const Collection* c) -> const Map& { return c->members_; },
-          [](auto& e) -> const K& { return e.first; }, [](auto& e) -> const void* { return e.second.get(); });
+      replayOf<Collection>(now, previous, to);
    }
 
   private:
+   friend class CollectionBase;
+   static constexpr Pondo::ChangeLayout kLayout{&Pondo::keepCopy<K>, &Pondo::keepEntity<E>};
+   std::vector<K> keys() const { return detail::keysOf(members_); }
+   const void* memberOf(const K& k) const { return find(k); }
+
    // The member of key `k`, or null; throws when its fixed arguments differ from `args`.
    template <class Args>
    E* existing(const K& k, const Args& args) const {
@@ -323,12 +351,13 @@ class Map final : public CollectionBase {
    iterator end() const { return {values_.end(), this}; }
 
    void is(const K& k, V v) {
-      auto [it, fresh] = values_.try_emplace(k, v);
+      const K key = k;
+      auto [it, fresh] = values_.try_emplace(key, v);
       if (fresh) {
-         publish(Change::Kind::added, &it->first, nullptr, &it->second);
+         publish(Change::Kind::added, &key, nullptr, &v, kLayout);
       } else if (!(it->second == v)) {
-         V old = std::exchange(it->second, std::move(v));
-         publish(Change::Kind::changed, &it->first, &old, &it->second);
+         V old = std::exchange(it->second, v);
+         publish(Change::Kind::changed, &key, &old, &v, kLayout);
       }
    }
    bool del(const K& k) {
@@ -337,7 +366,7 @@ class Map final : public CollectionBase {
       const K key = it->first;
       V old = std::move(it->second);
       values_.erase(it);
-      publish(Change::Kind::removed, &key, &old, nullptr);
+      publish(Change::Kind::removed, &key, &old, nullptr, kLayout);
       return true;
    }
    void delAll() {
@@ -345,12 +374,15 @@ class Map final : public CollectionBase {
    }
 
    void replay(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) const override {
-      replayOf<Map>(
-          now, previous, to, [](const Map* c) -> const Store& { return c->values_; },
-          [](auto& e) -> const K& { return e.first; }, [](auto& e) -> const void* { return &e.second; });
+      replayOf<Map>(now, previous, to);
    }
 
   private:
+   friend class CollectionBase;
+   static constexpr Pondo::ChangeLayout kLayout{&Pondo::keepCopy<K>, &Pondo::keepCopy<V>};
+   std::vector<K> keys() const { return detail::keysOf(values_); }
+   const void* memberOf(const K& k) const { return find(k); }
+
    Store values_;
 };
 
@@ -370,15 +402,15 @@ class Set final : public CollectionBase {
    iterator end() const { return {keys_.end(), this}; }
 
    void is(const K& k) {
-      auto [it, fresh] = keys_.insert(k);
-      if (fresh) publish(Change::Kind::added, &*it, nullptr, nullptr);
+      const K key = k;
+      if (keys_.insert(key).second) publish(Change::Kind::added, &key, nullptr, nullptr, kLayout);
    }
    bool del(const K& k) {
       auto it = keys_.find(k);
       if (it == keys_.end()) return false;
       const K key = *it;
       keys_.erase(it);
-      publish(Change::Kind::removed, &key, nullptr, nullptr);
+      publish(Change::Kind::removed, &key, nullptr, nullptr, kLayout);
       return true;
    }
    void delAll() {
@@ -387,12 +419,15 @@ class Set final : public CollectionBase {
    bool operator==(const Set& o) const { return keys_ == o.keys_; }
 
    void replay(const CollectionBase* now, const CollectionBase* previous, Pondo::Subscriber& to) const override {
-      replayOf<Set>(
-          now, previous, to, [](const Set* c) -> const Store& { return c->keys_; },
-          [](const K& k) -> const K& { return k; }, [](const K&) -> const void* { return nullptr; });
+      replayOf<Set>(now, previous, to);
    }
 
   private:
+   friend class CollectionBase;
+   static constexpr Pondo::ChangeLayout kLayout{&Pondo::keepCopy<K>, nullptr};
+   std::vector<K> keys() const { return {keys_.begin(), keys_.end()}; }
+   const void* memberOf(const K&) const { return nullptr; }
+
    Store keys_;
 };
 

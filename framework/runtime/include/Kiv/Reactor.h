@@ -35,6 +35,30 @@
 // collections and outputs before the references to the inputs (declare inputs
 // first).
 //
+// Delivery model:
+// - Synchronous: a setter called outside any handler returns once every
+//   reaction to it, and every reaction to those, has run.
+// - Ordered: every receiver hears the changes of one entity (its own and those
+//   inside its members) in the order they were made. A change made while the
+//   entity's previous one is being delivered waits until that delivery is over.
+// - Not re-entrant: a change that reaches a machine while one of its handlers
+//   runs (a handler, a self handler, a hook, the whole initial pass) waits and
+//   is delivered right after the outermost one returns, if the machine still
+//   watches the entity and its notifications are on. A machine thus hears its
+//   own writes into its inputs as later changes (tests/ExampleMachine.h,
+//   SpeedCapSm). Replacing an input inside a handler replays at once.
+// - Owned copies: a waiting change keeps copies of its key and values and a
+//   use of its source and of a removed member, so every receiver gets exactly
+//   what was published; a removed nested machine is torn down once the last
+//   receiver has heard of its removal.
+// - Replay walks copies of the keys and looks each member up again: the
+//   handler may remove the member it is told about (later ones that are gone
+//   are skipped) or add members (they arrive as changes after the pass).
+// - Teardown: a machine released while one of its handlers runs is torn down
+//   when that handler returns. onDestruct() runs with notifications still on
+//   and its writes are delivered synchronously, so a watcher hears an entity
+//   emptied there before its owner drops it.
+//
 // An exception that escapes a handler, a self handler, handleInitialized(),
 // onConstruct() or onDestruct() stops the process with a message naming the
 // machine and the exception.
@@ -62,7 +86,6 @@ class InputBase {
    // Subscribes to `now` (after leaving `previous`) and replays its members.
    void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);
    void unsubscribe(const Pondo::Publisher* entity);
-   [[noreturn]] void handlerThrew() const;
    Reactor* owner() const { return owner_; }
 
   private:
@@ -119,14 +142,7 @@ class Input final : public InputBase {
 
   private:
    const Pondo::Publisher* entity() const override { return entity_.get(); }
-   void selfHandler(const Pondo::Publisher* previous, bool initial) override {
-      if (!onSelf_) return;
-      try {
-         (owner()->*onSelf_)(static_cast<T*>(const_cast<Pondo::Publisher*>(previous)), initial);
-      } catch (...) {
-         handlerThrew();
-      }
-   }
+   void selfHandler(const Pondo::Publisher* previous, bool initial) override;
 
    Pondo::Ptr<T> entity_;
    SelfHandler onSelf_ = nullptr;
@@ -157,6 +173,7 @@ class Reactor : public Pondo::Receiver, public Entity {
   private:
    friend class InputBase;
    void destroy() override;
+   void afterRunning() override;
    void detach();
    void checkInitialized();
 
@@ -168,7 +185,17 @@ class Reactor : public Pondo::Receiver, public Entity {
    bool notificationActive_ = false;
    bool initialized_ = false;
    bool started_ = false;
+   bool tornDown_ = false;
 };
+
+template <class T>
+void Input<T>::selfHandler(const Pondo::Publisher* previous, bool initial) {
+   if (!onSelf_) return;
+   Reactor* r = owner();
+   const SelfHandler h = onSelf_;
+   T* p = static_cast<T*>(const_cast<Pondo::Publisher*>(previous));
+   r->run([r, h, p, initial] { (r->*h)(p, initial); });
+}
 
 // A nested machine: watches one entity, its notifier (usually a member of a
 // collection that its owner watches), on behalf of the machine that owns it,

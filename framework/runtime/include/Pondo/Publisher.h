@@ -1,7 +1,10 @@
-// Publishers, subscribers and the change record delivered between them.
+// Publishers, receivers and the change record delivered between them.
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <typeinfo>
+#include <utility>
 #include <vector>
 
 #include "Pondo/Ptr.h"
@@ -12,11 +15,20 @@ namespace Pondo {
 using FieldId = std::uint16_t;
 
 class Publisher;
+class Kept;
 
-// One attribute change, delivered synchronously to every subscriber.
+// How the key and the values of one type of change are copied when the change
+// must wait (null: the change has none). One per collection or attribute type.
+struct ChangeLayout {
+   Kept (*key)(const void*);
+   Kept (*value)(const void*);
+};
+
+// One attribute change, delivered to every subscriber.
 //  - scalar attribute: kind attribute, oldValue and newValue point at the values;
 //  - collection member: kind added, changed or removed, key points at the key,
 //    oldValue/newValue at the member before/after (null where there is none).
+// Key and values are those published, whatever handlers have changed since.
 // `source` is the entity whose attribute changed; a change inside a member of a
 // collection is also delivered to the owner's subscribers with the same record.
 struct Change {
@@ -28,6 +40,7 @@ struct Change {
    const void* key = nullptr;
    const void* oldValue = nullptr;
    const void* newValue = nullptr;
+   const ChangeLayout* layout = nullptr;
 
    bool added() const { return kind == Kind::added; }
    bool removed() const { return kind == Kind::removed; }
@@ -45,11 +58,81 @@ struct Change {
    }
 };
 
+// A key or value of a waiting change, kept alive by the change: `get()` is
+// what the change points at.
+class Kept {
+  public:
+   Kept() = default;
+   Kept(const void* at, void (*drop)(const void*)) : at_(at), drop_(drop) {}
+   Kept(Kept&& o) noexcept : at_(std::exchange(o.at_, nullptr)), drop_(std::exchange(o.drop_, nullptr)) {}
+   Kept& operator=(Kept&& o) noexcept {
+      std::swap(at_, o.at_);
+      std::swap(drop_, o.drop_);
+      return *this;
+   }
+   ~Kept() {
+      if (drop_) drop_(at_);
+   }
+   const void* get() const { return at_; }
+
+  private:
+   const void* at_ = nullptr;
+   void (*drop_)(const void*) = nullptr;
+};
+
+// A value is kept as a copy.
+template <class T>
+Kept keepCopy(const void* p) {
+   return {new T(*static_cast<const T*>(p)), [](const void* q) { delete static_cast<const T*>(q); }};
+}
+// A member entity is kept by a use of it.
+template <class E>
+Kept keepEntity(const void* p) {
+   static_cast<const E*>(p)->reference();
+   return {p, [](const void* q) { static_cast<const E*>(q)->dereference(); }};
+}
+
 // Anything changes are delivered to: a Subscriber, or an object whose member
 // function handles them (the input handlers of a state machine).
+//
+// Its handlers never run inside one another: a change that reaches it while
+// one runs waits, as a copy, and is delivered right after the outermost one
+// returns, in arrival order.
 class Receiver {
+  public:
+   // Runs `handler` as one of this receiver's handlers: changes reaching it
+   // meanwhile wait. An exception escaping it stops the process.
+   template <class F>
+   void run(F handler) {
+      ++running_;
+      try {
+         handler();
+      } catch (...) {
+         handlerThrew();
+      }
+      leave();
+   }
+   bool running() const { return running_ != 0; }
+
   protected:
    virtual ~Receiver() = default;
+   // Asks for afterRunning() once the outermost handler has returned.
+   void afterRunningIs() { pending_ |= kAfterRunning; }
+   virtual void afterRunning() {}
+
+  private:
+   friend class Publisher;
+   static constexpr std::uint32_t kAfterRunning = 1u << 31;
+
+   [[noreturn]] void handlerThrew() const;
+   void leave() {
+      if (--running_ == 0 && pending_) idle();
+   }
+   // Delivers the waiting changes, then runs the requested hook.
+   void idle();
+
+   std::uint32_t running_ = 0;  // nesting of its handlers
+   std::uint32_t pending_ = 0;  // changes waiting for it, and kAfterRunning
 };
 
 class Subscriber : public Receiver {
@@ -63,16 +146,21 @@ class Subscriber : public Receiver {
 // Stops the process for the exception in flight, which escaped a handler of
 // `r`, naming both.
 [[noreturn]] void handlerThrew(const Receiver& r);
+// The readable name of a type.
+std::string typeName(const std::type_info& t);
 
 // A counted object that delivers changes to its subscribers and then to the
 // subscribers of the entity that owns it (recursive publication).
 //
-// Delivery is re-entrant: a subscriber removed during delivery leaves a hole
-// that is compacted when the outermost delivery returns; one added during
-// delivery hears from the next change on; a publisher whose last use goes
-// while its changes are being delivered (to its subscribers or its owners')
-// stays alive, with the change's source and values, until that delivery
-// returns. An exception escaping a handler stops the process.
+// A change published while one of this publisher's changes is being delivered
+// waits, as a copy, until that delivery is over, so every subscriber hears the
+// changes of one publisher in the order they were made. A subscriber removed
+// during delivery leaves a hole that is compacted when the outermost delivery
+// returns; one added during delivery hears from the next change on; a
+// publisher whose last use goes while its changes are being delivered (to its
+// subscribers or its owners') stays alive, with the change's source and
+// values, until that delivery returns. An exception escaping a handler stops
+// the process.
 class Publisher : public Object {
   public:
    using Handler = void (Receiver::*)(const Change&);
@@ -107,6 +195,7 @@ class Publisher : public Object {
    virtual void destroy() { delete this; }
 
   private:
+   friend class Receiver;
    struct Entry {
       Receiver* target;
       Handler handler;
@@ -124,25 +213,45 @@ class Publisher : public Object {
       }
    }
    void deliver(const Change& c) const {
-      ++delivering_;
+      if (delivering_) return wait(c);
+      delivering_ = true;
+      send(c);
+      if (queued_ | holes_ | released_) return settle();
+      delivering_ = false;
+   }
+   void send(const Change& c) const {
       const std::size_t n = subs_.size();
       std::size_t i = 0;
       try {
          for (; i < n; ++i) {
-            const Entry& e = subs_[i];  // read before the call, which may add entries
-            if (*e.active) (e.target->*e.handler)(c);
+            const Entry& e = subs_[i];
+            Receiver* r = e.target;
+            if (*e.active && !r->running_) {
+               const Handler h = e.handler;  // the call may add entries, moving `e`
+               ++r->running_;
+               (r->*h)(c);
+               r->leave();
+            } else if (e.active != &kOff && r->running_) {
+               defer(e, c);  // also to a machine starting, which hears it once on
+            }
          }
       } catch (...) {
          handlerThrew(*subs_[i].target);
       }
       if (owner_) owner_->publish(c);
-      if (--delivering_ == 0 && (holes_ | released_)) settle();
    }
-   // After the outermost delivery: compacts the holes, ends a released publisher.
+   // Queues `c` behind the change being delivered.
+   void wait(const Change& c) const;
+   // Queues `c` for the receiver of `e`, whose handler is running.
+   void defer(const Entry& e, const Change& c) const;
+   bool delivers(const Receiver* target, Handler handler) const;
+   // After a delivery: delivers the queued changes in order, then compacts
+   // the holes and ends a released publisher.
    void settle() const;
 
    mutable std::vector<Entry> subs_;
-   mutable std::uint32_t delivering_ = 0;
+   mutable std::uint32_t queued_ = 0;  // changes waiting for the present delivery
+   mutable bool delivering_ = false;
    mutable bool holes_ = false;
    bool released_ = false;
    const Publisher* owner_ = nullptr;
