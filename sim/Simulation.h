@@ -39,9 +39,11 @@ class Simulation {
    void advance(double t, const std::function<void()>& between);
 
    const Scenario& scenario_;
+   // Declared before the modules, so that it outlives them: their machines'
+   // teardown still publishes to the others' watches, which read the world.
+   std::unique_ptr<World> world_;
    std::vector<std::unique_ptr<Module>> modules_;
    std::map<std::string, Module*> eventOwner_;
-   std::unique_ptr<World> world_;
    double start_ = 0;
    std::size_t next_ = 0;  // the first timeline event not applied yet
 };
