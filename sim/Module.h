@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "Json.h"
 #include "Scenario.h"
 #include "World.h"
 
@@ -27,14 +28,22 @@ class Module {
 
    // Reads and checks the module's sections; report errors with Scenario::fail.
    virtual void load(const Scenario&) {}
+   // After load(): at most how many loop events one simulated second of this
+   // module's work takes, so that a run too long to finish is refused before it starts.
+   virtual double loopEventsPerSecond() const { return 0; }
    // Creates platform entities and library machines.
    virtual void build(World&) {}
    // Applies one timeline event of a kind listed in events().
    virtual void apply(const Event&, World&) {}
    // Called after each timeline event has been applied and the loop has run.
    virtual void afterEvent(const Event&, World&) {}
+   // The timeline's "agentRestart": destroys the library's machines and
+   // creates them again on the same entities, as a restarted agent would.
+   virtual void agentRestart(World&) {}
    // Appends the module's part of the final summary.
    virtual void report(World&, std::string& out) { (void)out; }
+   // Fills the module's part of the JSON report (an object; left null, it is omitted).
+   virtual void reportData(World&, Json& out) { (void)out; }
 };
 
 using ModuleMaker = std::unique_ptr<Module> (*)();

@@ -4,24 +4,18 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <iostream>
-#include <map>
 
 #include "DefaultScenario.h"
-#include "Module.h"
+#include "Simulation.h"
 
 namespace Sim {
-
-std::vector<ModuleMaker>& moduleMakers() {
-   static std::vector<ModuleMaker> makers;
-   return makers;
-}
 
 namespace {
 
@@ -34,6 +28,8 @@ constexpr const char* kUsage =
     "  --list-trace-handles   print the names of the trace handles and exit\n"
     "  --verbose              log every decision as it happens\n"
     "  --progress             show progress on standard error (the default when it is a terminal)\n"
+    "  --json FILE            write the report as one JSON document into FILE\n"
+    "  --max-events N         refuse runs estimated at more than N loop events (default 10000000)\n"
     "  --print-default        print the built-in default scenario and exit\n"
     "  --help                 this text\n"
     "Environment:\n"
@@ -45,6 +41,8 @@ struct Options {
    bool realTime = false;
    bool verbose = false;
    bool progress = false;
+   std::string jsonPath;
+   double maxEvents = 1e7;
 };
 
 [[noreturn]] void usageError(const std::string& what) {
@@ -96,6 +94,13 @@ Options parseArguments(int argc, char** argv) {
          o.realTime = true;
       } else if (a == "--verbose") {
          o.verbose = true;
+      } else if (a == "--json") {
+         o.jsonPath = value();
+      } else if (a == "--max-events") {
+         const std::string n = value();
+         char* end = nullptr;
+         o.maxEvents = std::strtod(n.c_str(), &end);
+         if (n.empty() || *end || !(o.maxEvents >= 0)) usageError("--max-events needs a number, not '" + n + "'");
       } else if (a == "--progress") {
          o.progress = true;
       } else if (a == "--trace") {
@@ -111,6 +116,13 @@ Options parseArguments(int argc, char** argv) {
       }
    }
    return o;
+}
+
+// Writes the report as one JSON document.
+void writeJson(const std::string& path, const Json& doc) {
+   std::ofstream out(path, std::ios::trunc);
+   out << doc.text() << "\n";
+   if (!out) throw std::runtime_error("cannot write the JSON report to " + path);
 }
 
 // SIGINT or SIGTERM ends the run between two slices of the loop, so that the
@@ -155,71 +167,23 @@ class Progress {
 int run(const Options& opt) {
    Scenario scenario = opt.scenarioPath.empty() ? Scenario(kDefaultScenario, "<built-in default scenario>")
                                                 : Scenario::fromFile(opt.scenarioPath);
-   std::vector<std::unique_ptr<Module>> modules;
-   for (ModuleMaker m : moduleMakers()) modules.push_back(m());
-   std::stable_sort(modules.begin(), modules.end(), [](auto& a, auto& b) { return a->order() < b->order(); });
-
-   // Every section and event kind must belong to someone.
-   std::map<std::string, Module*> sectionOwner, eventOwner;
-   for (auto& m : modules) {
-      for (auto& s : m->sections()) sectionOwner[s] = m.get();
-      for (auto& e : m->events()) eventOwner[e] = m.get();
-   }
-   for (const auto& kv : scenario.root()) {
-      std::string key = kv.first.as<std::string>();
-      if (key == "name" || key == "description" || key == "duration" || key == "timeline") continue;
-      if (!sectionOwner.count(key)) scenario.fail(kv.first, fmt::format("unknown section '{}'", key));
-   }
-   for (const Event& e : scenario.timeline()) {
-      if (!eventOwner.count(e.kind)) {
-         throw ScenarioError(fmt::format("{}:{}: unknown event kind '{}'", scenario.origin(), e.line, e.kind));
-      }
-   }
-   for (auto& m : modules) m->load(scenario);
-
-   Kiv::ActivityManager& loop = Kiv::activityManager();
-   if (opt.realTime) {
-      loop.realTimeIs();
-   } else {
-      loop.virtualTimeIs(0, 1.7e9);
-   }
-   const double start = loop.currentTime();
+   Simulation sim(scenario, opt.maxEvents);
    Progress progress(opt.progress, scenario.duration());
-
-   World world{scenario};
-   world.verbose = opt.verbose;
    std::string title = scenario.get<std::string>(scenario.root(), "name", scenario.origin());
    fmt::print("Scenario: {} ({} events, {:.3f} s simulated, {} time)\n", title, scenario.timeline().size(),
               scenario.duration(), opt.realTime ? "real" : "virtual");
-   for (auto& m : modules) m->build(world);
-   loop.runReady();
+   sim.start(opt.realTime, opt.verbose);
+   sim.runTo(scenario.duration(), [&] {
+      if (stopSignal) throw Stopped{stopSignal};
+      progress.at(sim.simulated());
+   });
 
-   // The loop runs in slices of at most kSlice simulated seconds, between
-   // which progress is shown and a stop signal is heard.
-   constexpr double kSlice = 0.1;
-   auto runTo = [&](double t) {
-      const double until = start + t;
-      while (loop.currentTime() < until) {
-         loop.runUntil(std::min(until, loop.currentTime() + kSlice));
-         if (stopSignal) throw Stopped{stopSignal};
-         progress.at(loop.currentTime() - start);
-      }
-   };
-   for (const Event& e : scenario.timeline()) {
-      runTo(e.at);
-      world.log("event {} (line {})", e.kind, e.line);
-      eventOwner.at(e.kind)->apply(e, world);
-      loop.runReady();
-      for (auto& m : modules) m->afterEvent(e, world);
-   }
-   runTo(scenario.duration());
-
-   std::string out;
-   for (auto& m : modules) m->report(world, out);
+   const std::string out = sim.report();
    const double wall = progress.elapsed();
    fmt::print("\n== Summary ==\n{}", out);
-   fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n",
-              loop.currentTime() - start, wall, scenario.timeline().size(), loop.eventsRun());
+   fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n", sim.simulated(),
+              wall, scenario.timeline().size(), Kiv::activityManager().eventsRun());
+   if (!opt.jsonPath.empty()) writeJson(opt.jsonPath, sim.reportData());
    return 0;
 }
 

@@ -10,10 +10,11 @@
 // and watches the file, an AsicTimestampFetcher reads through it and a
 // TimestampFetcher reads the FPGA; every `egressPeriod` each chip latches an
 // egress timestamp 20 ms in the past and both fetchers widen its low 32 bits,
-// which are checked against the latch time. Like the kernel's live file, a
-// chip's time file never reads older than the chip's last latch: after a latch
-// (platform module) it is rewritten before the chip's next read-out, after
-// which the library reads it. The FPGA is meant to carry the
+// which are checked against the latch time. The file carries the chip's own
+// clock, the one its latches use, also in real time. Like the kernel's live
+// file, a chip's time file never reads older than the chip's last latch: after
+// a latch (platform module) it is rewritten before the chip's next read-out,
+// after which the library reads it. The FPGA is meant to carry the
 // chips' time, so its faults show up as wrongly widened timestamps; when a
 // timed FPGA fault ends, time synchronisation puts its counter right again.
 #include <cmath>
@@ -23,6 +24,7 @@
 #include "Hpx/SimHam.h"
 #include "Module.h"
 #include "Platform/SimAsicTimeFiles.h"
+#include "TimeSource.h"
 #include "VyrPtp/VyrHelperPtp.h"
 #include "VyrPtp/VyrPtpHwStatusSm.h"
 
@@ -30,7 +32,7 @@ namespace Sim {
 namespace {
 
 constexpr Kiv::Seconds kKernelPeriod = 0.01;
-constexpr Kiv::Seconds kLatchDelay = 0.02;
+constexpr std::uint64_t kLatchDelayNs = 20'000'000;
 constexpr std::uint64_t kSecond = 1'000'000'000;
 
 // One fault event, checked at load.
@@ -48,33 +50,29 @@ Fault parseFault(const Scenario& s, const Event& e) {
    if (!b.IsMap()) s.fail(b, fmt::format("'{}' is a map with 'fault' and its settings", e.kind));
    Fault f;
    f.fault = s.get<std::string>(b, "fault");
-   auto positive = [&](const char* key) {
-      double v = s.get<double>(b, key);
-      if (v <= 0) s.fail(b[key], fmt::format("'{}' must be positive", key));
-      return v;
-   };
+   constexpr Range span{0.001, kMaxSeconds, "s"};
    if (e.kind == "asicTimeFault") {
       s.onlyKeys(b, {"logicalFap", "fault", "for", "text"});
-      f.logicalFap = s.get<int>(b, "logicalFap");
+      f.logicalFap = int(s.integer(b, "logicalFap", 0, 0xFFFF));
       if (f.fault != "missing" && f.fault != "zero" && f.fault != "garbage") {
          s.fail(b["fault"], fmt::format("unknown ASIC time fault '{}' (expected one of: missing, zero, garbage)", f.fault));
       }
-      f.span = positive("for");
+      f.span = s.number(b, "for", span);
       f.text = s.get<std::string>(b, "text", "garbage");
       if (f.fault != "garbage" && b["text"]) s.fail(b["text"], "'text' belongs to the 'garbage' fault");
       return f;
    }
    s.onlyKeys(b, {"fault", "by", "for", "text", "value"});
    if (f.fault == "stepBack") {
-      f.by = positive("by");
-      if (b["for"]) f.span = positive("for");
+      f.by = s.number(b, "by", {1e-9, 3600, "s"});
+      if (b["for"]) f.span = s.number(b, "for", span);
    } else if (f.fault == "stall") {
-      f.span = positive("for");
+      f.span = s.number(b, "for", span);
    } else if (f.fault == "text") {
       f.text = s.get<std::string>(b, "text");
-      f.span = positive("for");
+      f.span = s.number(b, "for", span);
    } else if (f.fault == "gpio") {
-      f.value = s.get<std::uint32_t>(b, "value");
+      f.value = std::uint32_t(s.integer(b, "value", 0, 0xFFFFFFFF));
    } else {
       s.fail(b["fault"], fmt::format("unknown FPGA fault '{}' (expected one of: stepBack, stall, text, gpio)", f.fault));
    }
@@ -113,18 +111,30 @@ class LatchWatch final : public Kiv::Reactor {
    std::function<void()> onLatch_, onReadOut_;
 };
 
-// What one way of widening made of the chip's egress timestamps.
+// What one way of widening made of the chip's egress timestamps; wrong ones
+// from an unsound time (soundTime()) are the source's fault, counted apart.
 struct Tally {
-   unsigned correct = 0, wrong = 0, noTime = 0, notReady = 0;
+   unsigned correct = 0, wrong = 0, badSource = 0, noTime = 0, notReady = 0;
    std::string toString() const {
-      return fmt::format("{} correct, {} wrong, {} without time, {} skipped (not ready)", correct, wrong, noTime,
-                         notReady);
+      return fmt::format("{} correct, {} wrong from a sound time, {} from a faulty one, {} without time, {} skipped "
+                         "(not ready)",
+                         correct, wrong, badSource, noTime, notReady);
+   }
+   Json data() const {
+      Json j;
+      j["correct"] = correct;
+      j["wrong"] = wrong;
+      j["badSource"] = badSource;
+      j["noTime"] = noTime;
+      j["notReady"] = notReady;
+      return j;
    }
 };
 
 struct ChipTime {
    const Chip* chip;
    std::uint8_t unit;
+   Asic::SimulatedChip* device = nullptr;
    // The chip machine's file configuration and status, and a fetcher on them.
    Pondo::Ptr<VyrPtp::AsicTimestampFileConfig> fileConfig;
    Pondo::Ptr<const VyrPtp::AsicTimestampFileStatus> fileStatus;
@@ -136,6 +146,7 @@ struct ChipTime {
    bool counterRunning = false;
    bool latchedSinceWrite = false;
    std::string fault;  // ASIC time fault in force, or empty
+   std::string fileText;  // what the time file reads (its storage is reused for every write)
    std::string faultText;
    Kiv::Seconds faultUntil = 0;
    // What the library did.
@@ -156,7 +167,7 @@ class AsicTimeModule final : public Module {
       YAML::Node sec = s.section("asicTime");
       for (const Event& e : s.timeline()) {
          if (e.kind != "asicTimeFault" && e.kind != "hpxFault") continue;
-         if (!sec) throw ScenarioError(fmt::format("{}:{}: '{}' needs an 'asicTime' section", s.origin(), e.line, e.kind));
+         if (!sec) s.fail(e, fmt::format("'{}' needs an 'asicTime' section", e.kind));
          parseFault(s, e);
       }
       if (!sec) return;
@@ -165,11 +176,13 @@ class AsicTimeModule final : public Module {
       on_ = true;
       initCounter_ = s.get<bool>(sec, "initCounter", false);
       hpxName_ = s.get<std::string>(sec, "hpx", "hpx1");
-      egressPeriod_ = s.get<double>(sec, "egressPeriod", 0.25);
-      if (egressPeriod_ <= 0) s.fail(sec["egressPeriod"], "'egressPeriod' must be positive");
+      egressPeriod_ = s.number(sec, "egressPeriod", {0.001, 3600, "s"}, 0.25);
       // The kernel's files are there before any machine looks for them.
       files_ = std::make_unique<Platform::SimAsicTimeFiles>();
    }
+
+   // The kernel's tick every 10 ms and one egress tick per period.
+   double loopEventsPerSecond() const override { return on_ ? 1 / kKernelPeriod + 1 / egressPeriod_ : 0; }
 
    void build(World& w) override {
       if (!on_) return;
@@ -198,33 +211,21 @@ class AsicTimeModule final : public Module {
             hpxName_.empty() ? "present but not in use" : "in use by time synchronisation");
 
       for (const Chip& c : w.chips) {
-         ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap)}).first->second;
+         auto& info = dynamic_cast<Asic::ChipInfo&>(*w.sysdb->entityPtr(chipInfoName(c.logicalFap)));
+         auto* device = &dynamic_cast<Asic::SimulatedChip&>(*info.device());
+         ChipTime& t = chips_.emplace(c.logicalFap, ChipTime{&c, std::uint8_t(c.logicalFap), device}).first->second;
          t.counterRunning = !initCounter_;
          files_->unitIs(t.unit);
          writeTimeFile(t);
       }
-      auto* hwStatus = dynamic_cast<VyrPtp::Location::VyrPtpHwStatusSm*>(w.sysdb->entityPtr("ptp/hwStatusSm"));
       for (auto& [fap, t] : chips_) {
          ChipTime* chip = &t;
-         const VyrPtp::Location::VyrPtpHwStatusFapSm* fapSm =
-             hwStatus ? hwStatus->hwStatusFapSm(VyrPtp::UnitPort::FapId(fap)) : nullptr;
-         if (!fapSm || !fapSm->asicTimestampFileSm()) {
-            throw ScenarioError(fmt::format("chip {} has no ASIC time file machine", fap));
-         }
-         t.fileConfig = fapSm->asicTimestampFileConfig();
-         t.fileStatus = fapSm->asicTimestampFileStatus();
-         t.fileFetcher = VyrPtp::asicTimestampFetcherFactory(t.fileConfig, t.fileStatus);
-         t.hpxFetcher = VyrPtp::timestampFetcherFactory(syncStatus, syncConfig);
-         t.watch = Kiv::make<ReadyWatch>(t.fileStatus, [this, chip](int fd) { fileReadyIs(*chip, fd); });
-         auto* info = dynamic_cast<Asic::ChipInfo*>(w.sysdb->entityPtr(chipInfoName(fap)));
-         if (auto* device = info ? dynamic_cast<Asic::SimulatedChip*>(info->device()) : nullptr) {
-            t.latchWatch = Kiv::make<LatchWatch>(
-                device, [chip] { chip->latchedSinceWrite = true; },
-                [this, chip] {
-                   if (chip->latchedSinceWrite && chip->fault != "missing") writeTimeFile(*chip);
-                });
-         }
-         fileReadyIs(t, t.fileStatus->timestampFd());
+         startMachines(t);
+         t.latchWatch = Kiv::make<LatchWatch>(
+             t.device, [chip] { chip->latchedSinceWrite = true; },
+             [this, chip] {
+                if (chip->latchedSinceWrite && chip->fault != "missing") writeTimeFile(*chip);
+             });
       }
       kernel_ = std::make_unique<Kiv::ClockTimer>(Kiv::activityManager().clock(), [this] { kernelTick(); });
       kernel_->timeMinIs(Kiv::currentTime() + kKernelPeriod);
@@ -242,6 +243,7 @@ class AsicTimeModule final : public Module {
          t.faultUntil = now + f.span;
          if (f.fault == "missing") {
             files_->timeDel(t.unit);
+            t.fileText.clear();
          } else {
             writeTimeFile(t);
          }
@@ -288,7 +290,51 @@ class AsicTimeModule final : public Module {
       }
    }
 
+   void agentRestart(World& w) override {
+      if (!on_) return;
+      for (auto& [fap, t] : chips_) {
+         t.watch = nullptr;
+         t.fileFetcher = nullptr;
+         t.hpxFetcher = nullptr;
+         startMachines(t);
+      }
+      w.log("asicTime: agent restarted its ASIC time file machines and fetchers");
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!on_) return;
+      for (auto& [fap, t] : chips_) {
+         Json& c = out["chips"][std::to_string(fap)];
+         c["fileReady"] = t.fileStatus->ready();
+         c["firstReady"] = t.firstReady < 0 ? Json() : Json(t.firstReady);
+         c["readyPeriods"] = t.readyPeriods;
+         c["viaFile"] = t.viaFile.data();
+         c["viaFpga"] = t.viaHpx.data();
+         c["fetcherErrors"] = t.hpxFetcher->errors();
+      }
+   }
+
   private:
+   // The library's fetchers of one chip: the FPGA's, and one through the file
+   // machine of the chip's hardware status machine (hw-status module), which
+   // an agent restart recreates before this module's turn.
+   void startMachines(ChipTime& t) {
+      ChipTime* chip = &t;
+      auto* hwStatus = dynamic_cast<VyrPtp::Location::VyrPtpHwStatusSm*>(world_->sysdb->entityPtr("ptp/hwStatusSm"));
+      const VyrPtp::Location::VyrPtpHwStatusFapSm* fapSm =
+          hwStatus ? hwStatus->hwStatusFapSm(VyrPtp::UnitPort::FapId(t.chip->logicalFap)) : nullptr;
+      if (!fapSm || !fapSm->asicTimestampFileSm()) {
+         throw ScenarioError(fmt::format("chip {} has no ASIC time file machine", t.chip->logicalFap));
+      }
+      t.fileConfig = fapSm->asicTimestampFileConfig();
+      t.fileStatus = fapSm->asicTimestampFileStatus();
+      t.fileFetcher = VyrPtp::asicTimestampFetcherFactory(t.fileConfig, t.fileStatus);
+      t.hpxFetcher = VyrPtp::timestampFetcherFactory(world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status"),
+                                                     world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config"));
+      t.watch = Kiv::make<ReadyWatch>(t.fileStatus, [this, chip](int fd) { fileReadyIs(*chip, fd); });
+      fileReadyIs(t, t.fileStatus->timestampFd());
+   }
+
    static const Chip* findChip(const World& w, int fap) {
       for (const Chip& c : w.chips) {
          if (c.logicalFap == fap) return &c;
@@ -312,16 +358,16 @@ class AsicTimeModule final : public Module {
 
    // The kernel's view of one chip's time, as a read of its time file returns it.
    void writeTimeFile(ChipTime& t) {
-      text_.clear();
+      t.fileText.clear();
       if (t.fault == "garbage") {
-         text_ = t.faultText + "\n";
+         t.fileText = t.faultText + "\n";
       } else if (!t.counterRunning || t.fault == "zero") {
-         text_ = "0 0 0\n";
+         t.fileText = "0 0 0\n";
       } else {
-         const std::uint64_t now = utcNs(Kiv::currentTime());
-         fmt::format_to(std::back_inserter(text_), "{} {} {}\n", now, ham_->counter(), now);
+         const std::uint64_t now = t.device->timeNs();
+         fmt::format_to(std::back_inserter(t.fileText), "{} {} {}\n", now, ham_->counter(), now);
       }
-      files_->timeIs(t.unit, text_);
+      files_->timeIs(t.unit, t.fileText);
       t.latchedSinceWrite = false;
    }
 
@@ -355,18 +401,25 @@ class AsicTimeModule final : public Module {
          return;
       }
       const std::uint64_t widened = fetcher.egressTimestamp(intf, t.sequenceId, std::uint32_t(latched));
-      const char* verdict = widened == 0 ? "no time" : widened == latched ? "correct" : "WRONG";
-      ++(widened == 0 ? tally.noTime : widened == latched ? tally.correct : tally.wrong);
+      const bool sound = widened == 0 || widened == latched || soundTime(readBack(t, via), latched);
+      const char* verdict = widened == 0 ? "no time" : widened == latched ? "correct" : sound ? "WRONG" : "bad source";
+      ++(widened == 0 ? tally.noTime : widened == latched ? tally.correct : sound ? tally.wrong : tally.badSource);
       if (world_->verbose || widened != latched) {
          world_->log("asicTime: chip {} {} seq {} via {}: latched {} widened {} ({})", t.unit, intf.shortName(),
                      t.sequenceId, via, latched, widened, verdict);
       }
    }
 
+   // The text that the fetcher `via` just read.
+   std::string_view readBack(const ChipTime& t, const char* via) const {
+      if (via != std::string_view("file")) return ham_->result();
+      return t.fileText;
+   }
+
    void egressTick() {
       const Kiv::Seconds now = Kiv::currentTime();
-      const std::uint64_t latched = utcNs(now - kLatchDelay);
       for (auto& [fap, t] : chips_) {
+         const std::uint64_t latched = t.device->timeNs() - kLatchDelayNs;
          ++t.sequenceId;
          const auto& intfs = t.chip->interfaces;
          const Wyx::IntfId intf = intfs.empty() ? Wyx::IntfId() : intfs[t.sequenceId % intfs.size()];
@@ -382,7 +435,6 @@ class AsicTimeModule final : public Module {
    double egressPeriod_ = 0.25;
    World* world_ = nullptr;
    std::unique_ptr<Platform::SimAsicTimeFiles> files_;
-   std::string text_;  // kept: its storage is reused for every write
    std::uint64_t utcAtStartNs_ = 0;
    Kiv::Seconds loopAtStart_ = 0;
    Kiv::Seconds hpxFaultUntil_ = 0;  // end of the timed FPGA fault in force

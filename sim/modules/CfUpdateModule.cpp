@@ -175,9 +175,7 @@ class CfUpdateModule final : public Module {
    void load(const Scenario& s) override {
       for (const Event& e : s.timeline()) {
          if (e.kind != "cfUpdate") continue;
-         if (!s.section("cfUpdate")) {
-            throw ScenarioError(fmt::format("{}:{}: 'cfUpdate' events need a 'cfUpdate' section", s.origin(), e.line));
-         }
+         if (!s.section("cfUpdate")) s.fail(e, "'cfUpdate' events need a 'cfUpdate' section");
          if (!e.body.IsMap()) s.fail(e.body, "'cfUpdate' takes {intf, fields..., valid, remove}");
          std::vector<std::string> keys = kFieldKeys;
          keys.insert(keys.end(), {"intf", "valid", "remove"});
@@ -217,7 +215,9 @@ class CfUpdateModule final : public Module {
          if (e.kind == "cfUpdate") chassisIntf(w, e.body["intf"]);
       }
       actions_ = w.sysdb->entityIs<PtpActions>("ptp/actions");
-      sm_ = vyrCfUpdateArmSmFactory(info_, Kiv::make<Statebase::EntityManager>(), records.status);
+      em_ = Kiv::make<Statebase::EntityManager>();
+      programmerStatus_ = records.status;
+      sm_ = vyrCfUpdateArmSmFactory(info_, em_, programmerStatus_);
       reporter_ = Kiv::make<CfUpdateReporter>(info_, actions_, records.status, intfs_, records, w);
       w.log("cfUpdate: {} interfaces on {} chips; CF_UPDATE {}", intfs_.size(), info_->logicalFapInfo().size(),
             records.status->programmerActive(kCfUpdate) ? "active" : "not active");
@@ -256,6 +256,52 @@ class CfUpdateModule final : public Module {
                                describe(chip->committed<Asic::RxCfControlEntry>(Asic::RxCfControlTable::name, intf.row),
                                         chip->committed<Asic::TxCfControlEntry>(Asic::TxCfControlTable::name, intf.row)),
                                intf.fap->intfInfo(i) ? "" : " (record dropped)");
+         }
+      }
+   }
+
+   void agentRestart(World& w) override {
+      if (!sm_) return;
+      sm_ = nullptr;
+      sm_ = vyrCfUpdateArmSmFactory(info_, em_, programmerStatus_);
+      w.log("cfUpdate: agent restarted the correction-field machine; CF_UPDATE {}", active() ? "active" : "not active");
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!sm_) return;
+      out["active"] = active();
+      Json& transitions = out["transitions"] = Json::array();
+      for (const auto& t : reporter_->transitions) {
+         Json& j = transitions.push(Json());
+         j["at"] = t.at;
+         j["active"] = t.active;
+      }
+      for (const auto& [id, fapSm] : sm_->logicalFapSm()) {
+         Json& fap = out["logicalFaps"][std::to_string(id)];
+         const auto* chip = static_cast<const Asic::SimulatedChip*>(fapSm->cfUpdateLogicalFapInfo()->chipInfoGif()->chipInfo().device());
+         Json& programmed = fap["programmed"] = Json::array();
+         for (IntfId i : sm_->logicalFapStatus(id)->programmedIntf()) programmed.push(Json(i.name()));
+         fap["rxCommits"] = chip->commits(Asic::RxCfControlTable::name);
+         fap["txCommits"] = chip->commits(Asic::TxCfControlTable::name);
+         for (const auto& [i, intf] : intfs_) {
+            if (intf.fap->logicalFapId() != id) continue;
+            Json& row = fap["rows"][i.name()];
+            row["row"] = intf.row;
+            row["recordDropped"] = !intf.fap->intfInfo(i);
+            auto rx = chip->committed<Asic::RxCfControlEntry>(Asic::RxCfControlTable::name, intf.row);
+            auto tx = chip->committed<Asic::TxCfControlEntry>(Asic::TxCfControlTable::name, intf.row);
+            Json& r = row["rx"];
+            if (rx) {
+               r["ingressCfUpdateEnable"] = bool(rx->ingressCfUpdateEnable);
+               r["forceItsSignFromTs"] = bool(rx->forceItsSignFromTs);
+            }
+            Json& t = row["tx"];
+            if (tx) {
+               t["egressCfUpdateMode"] = fmt::format("{}", tx->egressCfUpdateMode);
+               t["dropInvalid1588Pkt"] = bool(tx->dropInvalid1588Pkt);
+               Json& twoStep = t["twoStepTsCfUpdateEnable"] = Json::array();
+               for (std::uint8_t e : tx->twoStepTsCfUpdateEnable) twoStep.push(Json(bool(e)));
+            }
          }
       }
    }
@@ -301,6 +347,8 @@ class CfUpdateModule final : public Module {
    std::map<IntfId, Intf> intfs_;
    Pondo::Ptr<PlatformCfUpdateInfo> info_;
    Pondo::Ptr<PtpActions> actions_;
+   Pondo::Ptr<Statebase::EntityManager> em_;
+   Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus_;
    Pondo::Ptr<VyrCfUpdateArmSm> sm_;
    Pondo::Ptr<CfUpdateReporter> reporter_;
 };

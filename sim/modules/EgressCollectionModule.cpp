@@ -31,7 +31,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <deque>
 #include <map>
 #include <optional>
@@ -39,6 +38,7 @@
 
 #include "Asic/SimulatedChip.h"
 #include "Module.h"
+#include "TimeSource.h"
 #include "Platform/File.h"
 #include "Platform/ProductAttributes.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
@@ -50,7 +50,8 @@ namespace {
 using VyrPtp::U64;
 using Wyx::IntfId;
 
-constexpr U64 kMillisecond = 1'000'000;
+// PTP event messages per second and interface; 0 stops the traffic.
+constexpr Range kRate{0, 10000, "per second"};
 // One row of the report's table per interface.
 constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
 
@@ -61,8 +62,8 @@ enum Fate {
    polled,       // read by a poll but not published: the time source was not ready
    published,    // published with its exact latch time
    noTime,       // published with time 0: the ASIC time file could not be read
-   badSource,    // widened wrongly while the time source was faulty
-   wrong,        // widened wrongly from a sound time source
+   badSource,    // widened wrongly from a time read outside [latch, latch + 2^32 ns)
+   wrong,        // widened wrongly from a sound time: the library erred
    kFates
 };
 
@@ -111,7 +112,50 @@ struct Flow {
    Delays delays;
    std::deque<Message> inChip;         // the slot's FIFO, oldest first
    std::optional<Message> awaiting;    // read by a poll, publication due
+   // Published since the last agent restart: all of them, and those latched before it.
+   std::uint64_t publishedSinceRestart = 0, staleSinceRestart = 0;
    std::unique_ptr<Kiv::ClockTimer> timer;
+};
+
+// A flow's messages by fate, or a sum of flows'; a message read by a poll and
+// not published yet counts as lost for want of a ready time source.
+struct Counts {
+   std::array<std::uint64_t, kFates> n{};
+   std::uint64_t sent = 0, inChip = 0, publishedSinceRestart = 0, staleSinceRestart = 0;
+   Counts() = default;
+   explicit Counts(const Flow& f)
+       : n(f.fates),
+         sent(f.sent),
+         inChip(f.inChip.size()),
+         publishedSinceRestart(f.publishedSinceRestart),
+         staleSinceRestart(f.staleSinceRestart) {
+      n[Fate::polled] += f.awaiting ? 1 : 0;
+   }
+   Counts& operator+=(const Counts& o) {
+      for (std::size_t i = 0; i < n.size(); ++i) n[i] += o.n[i];
+      sent += o.sent;
+      inChip += o.inChip;
+      publishedSinceRestart += o.publishedSinceRestart;
+      staleSinceRestart += o.staleSinceRestart;
+      return *this;
+   }
+   Json data() const {
+      Json j;
+      j["sent"] = sent;
+      j["published"] = n[Fate::published];
+      Json& lost = j["lost"];
+      lost["notReady"] = n[Fate::polled];
+      lost["overwritten"] = n[Fate::overwritten];
+      lost["drained"] = n[Fate::drained];
+      lost["noTime"] = n[Fate::noTime];
+      lost["badSource"] = n[Fate::badSource];
+      lost["wrong"] = n[Fate::wrong];
+      j["inChip"] = inChip;
+      j["wrong"] = n[Fate::wrong];
+      j["publishedSinceRestart"] = publishedSinceRestart;
+      j["staleSinceRestart"] = staleSinceRestart;
+      return j;
+   }
 };
 
 struct ChipState {
@@ -141,10 +185,7 @@ class EgressCollectionModule final : public Module {
    void load(const Scenario& s) override {
       YAML::Node sec = s.section("egressCollection");
       for (const Event& e : s.timeline()) {
-         if (e.kind == "traffic" && !sec) {
-            throw ScenarioError(
-                fmt::format("{}:{}: '{}' needs an 'egressCollection' section", s.origin(), e.line, e.kind));
-         }
+         if (e.kind == "traffic" && !sec) s.fail(e, "'traffic' needs an 'egressCollection' section");
       }
       if (!sec) return;
       if (!sec.IsMap()) s.fail(sec, "'egressCollection' is a map of settings");
@@ -154,9 +195,27 @@ class EgressCollectionModule final : public Module {
       s.onlyKeys(sec, {"timeSource", "counterNeedsInit", "start", "traffic"});
       on_ = true;
       counterNeedsInit_ = s.get<bool>(sec, "counterNeedsInit", false);
-      start_ = s.get<double>(sec, "start", 0.0);
-      if (start_ < 0) s.fail(sec["start"], "'start' must not be negative");
+      start_ = s.number(sec, "start", kSeconds, 0.0);
+      // Each interface's highest rate, for the estimate of the run's length.
+      std::map<std::string, double> highest;
+      auto rates = [&](const YAML::Node& n) {
+         if (!n.IsMap()) s.fail(n, "traffic maps interfaces to PTP event messages per second");
+         for (const auto& kv : n) {
+            double& h = highest[kv.first.Scalar()];
+            h = std::max(h, s.numberAs(kv.second, "rate", kRate));
+         }
+      };
+      if (sec["traffic"]) rates(sec["traffic"]);
+      for (const Event& e : s.timeline()) {
+         if (e.kind == "traffic") rates(e.body);
+      }
+      for (const auto& [intf, rate] : highest) messagesPerSecond_ += rate;
+      const YAML::Node chips = s.section("chips");
+      chipCount_ = chips && chips.IsSequence() ? chips.size() : 0;
    }
+
+   // A poll tick per chip every 4 ms; per message its latch and its read.
+   double loopEventsPerSecond() const override { return on_ ? 250.0 * double(chipCount_) + 2 * messagesPerSecond_ : 0; }
 
    // Interface names are checked here, against the chips the platform module built.
    void build(World& w) override {
@@ -203,8 +262,8 @@ class EgressCollectionModule final : public Module {
       chipPolling_ = db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/chipEgressTimestampIntfStatus");
       glint_ = Kiv::make<Ptp::HwTimestampStatus>();
       db.entityPtrIs("ptp/hwTimestampStatus", glint_);
-      auto em = Kiv::make<Statebase::EntityManager>();
-      db.entityPtrIs("statebase/entityManager", em);
+      em_ = Kiv::make<Statebase::EntityManager>();
+      db.entityPtrIs("statebase/entityManager", em_);
       tsInfo_ = VyrPtp::platformEgressTsInfoFactory();
       db.entityPtrIs("platform/egressTsInfo", tsInfo_);
       for (ChipState& c : chips_) {
@@ -215,26 +274,7 @@ class EgressCollectionModule final : public Module {
       glintWatch_ = Kiv::make<Watch<Ptp::HwTimestampStatus>>(glint_, [this](const Kiv::Change& c) {
          if (c.newValue) published(c.newAs<Ptp::IngressEgressTimes>());
       });
-      adapter_ = VyrPtp::vyrEgressTsPollingAdapterSmFactory(location_, decisions_, chipPolling_);
-      aggregate_ = VyrPtp::vyrEgressTsArmAggregateSmFactory(
-          chipPolling_, tsInfo_, db.entityIs<PtpTimeSync::Config>("ptpTimeSync/config"),
-          db.entityIs<PtpTimeSync::Status>("ptpTimeSync/status"), em, glint_);
-      // The collectors' changes reach the aggregate's subscribers.
-      pollingWatch_ = Kiv::make<Watch<VyrPtp::VyrEgressTsArmAggregateSm>>(aggregate_, [this](const Kiv::Change& c) {
-         auto* sm = dynamic_cast<const VyrPtp::VyrEgressTsArmLogicalFapSm*>(c.source);
-         if (!sm || c.field != VyrPtp::VyrEgressTsArmLogicalFapSm::F::pollInterface) return;
-         world_->log("egress collection: chip {} {} {}", sm->logicalFapId(), c.added() ? "polls" : "no longer polls",
-                     c.keyAs<IntfId>().shortName());
-      });
-      for (ChipState& c : chips_) {
-         Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(
-             Platform::Attributes{c.asicTimeFile, c.asicTimeFile && counterNeedsInit_}));
-         const auto unit = std::uint8_t(c.chip->logicalFap);  // the asicTime module's files are per logical FAP
-         auto fap = tsInfo_->logicalFapInfoIs(c.chip->logicalFap, unit, c.info);
-         for (const auto& [slot, f] : c.bySlot) fap->intfInfoIs({f->intf, 32, slot});
-         w.log("egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
-               c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
-      }
+      startMachines();
 
       std::size_t n = 0;
       for (auto& [intf, f] : flows_) {
@@ -267,8 +307,8 @@ class EgressCollectionModule final : public Module {
             if (f->sent || f->rate > 0) out += flowLine(*f);
          }
       }
-      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened while the time\n"
-             "     source was faulty; wrong: widened wrongly from a sound source)\n";
+      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened from a time read\n"
+             "     outside [latch, latch + 2^32 ns); wrong: widened wrongly from a sound time)\n";
       std::uint64_t sent = 0, wrong = 0;
       for (const auto& [intf, f] : flows_) {
          sent += f.sent;
@@ -277,11 +317,68 @@ class EgressCollectionModule final : public Module {
       out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
    }
 
+   void agentRestart(World& w) override {
+      if (!on_) return;
+      pollingWatch_ = nullptr;
+      aggregate_ = nullptr;
+      adapter_ = nullptr;
+      tsInfo_->logicalFapInfoDelAll();
+      // The destroyed collectors' reads never complete.
+      for (auto& [intf, f] : flows_) {
+         if (std::exchange(f.awaiting, std::nullopt)) ++f.fates[Fate::polled];
+      }
+      restartAt_ = Kiv::currentTime();
+      w.log("egress collection: agent restarted the polling adapter and the aggregate");
+      startMachines();
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!on_) return;
+      for (ChipState& c : chips_) {
+         Json& chip = out["chips"][std::to_string(c.chip->logicalFap)];
+         chip["fifoDepth"] = c.device->fifoDepth();
+         chip["timeSource"] = c.asicTimeFile ? "asicTimeFile" : "fpga";
+         Counts total;
+         for (const auto& [slot, f] : c.bySlot) {
+            const Counts n(*f);
+            chip["interfaces"][f->intf.name()] = n.data();
+            total += n;
+         }
+         chip["total"] = total.data();
+      }
+   }
+
   private:
+   // The library's machines: the polling adapter and the aggregate, which
+   // creates a collector per chip as each chip's entry appears.
+   void startMachines() {
+      Kiv::Dir& db = *world_->sysdb;
+      adapter_ = VyrPtp::vyrEgressTsPollingAdapterSmFactory(location_, decisions_, chipPolling_);
+      aggregate_ = VyrPtp::vyrEgressTsArmAggregateSmFactory(
+          chipPolling_, tsInfo_, db.entityIs<PtpTimeSync::Config>("ptpTimeSync/config"),
+          db.entityIs<PtpTimeSync::Status>("ptpTimeSync/status"), em_, glint_);
+      // The collectors' changes reach the aggregate's subscribers.
+      pollingWatch_ = Kiv::make<Watch<VyrPtp::VyrEgressTsArmAggregateSm>>(aggregate_, [this](const Kiv::Change& c) {
+         auto* sm = dynamic_cast<const VyrPtp::VyrEgressTsArmLogicalFapSm*>(c.source);
+         if (!sm || c.field != VyrPtp::VyrEgressTsArmLogicalFapSm::F::pollInterface) return;
+         world_->log("egress collection: chip {} {} {}", sm->logicalFapId(), c.added() ? "polls" : "no longer polls",
+                     c.keyAs<IntfId>().shortName());
+      });
+      for (ChipState& c : chips_) {
+         Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(
+             Platform::Attributes{c.asicTimeFile, c.asicTimeFile && counterNeedsInit_}));
+         const auto unit = std::uint8_t(c.chip->logicalFap);  // the asicTime module's files are per logical FAP
+         auto fap = tsInfo_->logicalFapInfoIs(c.chip->logicalFap, unit, c.info);
+         for (const auto& [slot, f] : c.bySlot) fap->intfInfoIs({f->intf, 32, slot});
+         world_->log("egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
+                     c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
+      }
+   }
+
    // --- Reading the scenario ---------------------------------------------------
 
    ChipState& chipOf(const YAML::Node& n) {
-      const int fap = scenario_->as<int>(n, "logical FAP");
+      const auto fap = scenario_->integerAs(n, "logical FAP", 0, 0xFFFF);
       for (ChipState& c : chips_) {
          if (c.chip->logicalFap == fap) return c;
       }
@@ -296,9 +393,7 @@ class EgressCollectionModule final : public Module {
       if (!n.IsMap()) scenario_->fail(n, "traffic maps interfaces to PTP event messages per second");
       std::vector<std::pair<IntfId, double>> r;
       for (const auto& kv : n) {
-         const double rate = scenario_->as<double>(kv.second, "rate");
-         if (rate < 0 || rate > 10000) scenario_->fail(kv.second, "a message rate must be 0..10000 per second");
-         r.emplace_back(chipIntf(kv.first), rate);
+         r.emplace_back(chipIntf(kv.first), scenario_->numberAs(kv.second, "rate", kRate));
       }
       return r;
    }
@@ -345,6 +440,14 @@ class EgressCollectionModule final : public Module {
       }
       const Message m = *std::exchange(f.awaiting, std::nullopt);
       const double delayMs = (Kiv::currentTime() - m.at) * 1e3;
+      if (restartAt_ >= 0) {
+         ++f.publishedSinceRestart;
+         if (m.at < restartAt_) {
+            ++f.staleSinceRestart;
+            world_->log("egress collection: {} seq {} latched before the agent restart published after it",
+                        t.intfId.shortName(), t.sequenceId);
+         }
+      }
       Fate fate;
       if (t.egressTime == m.latched) {
          fate = Fate::published;
@@ -352,7 +455,7 @@ class EgressCollectionModule final : public Module {
       } else if (t.egressTime == 0) {
          fate = Fate::noTime;
       } else {
-         fate = sourceSound(*f.chip) ? Fate::wrong : Fate::badSource;
+         fate = sourceSound(*f.chip, m.latched) ? Fate::wrong : Fate::badSource;
       }
       ++f.fates[fate];
       if (world_->verbose || fate == Fate::wrong) {
@@ -379,40 +482,32 @@ class EgressCollectionModule final : public Module {
       return {};
    }
 
-   // Whether the chip's time source reads true time now (as the collector just read it).
-   bool sourceSound(ChipState& c) const {
-      const U64 now = c.device->timeNs();
-      std::string text;
-      if (c.asicTimeFile) {
-         text = firstField(c);
-      } else {
-         const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
-         const PtpTimeSync::HpxConfig* hpx =
-             world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
-         if (!hpx || !hpx->ham()) return false;
-         hpx->ham()->valueRead("ptp_timestamp");
-         text = hpx->ham()->result();
-      }
-      U64 v = 0;
-      auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), v);
-      // The kernel refreshes the file every 10 ms (and at each latch); the FPGA counter is live.
-      const U64 lag = c.asicTimeFile ? 20 * kMillisecond : 1000;
-      return ec == std::errc{} && end == text.data() + text.size() && v <= now && now - v <= lag;
+   // Whether the time the collector just widened with was sound (soundTime()).
+   bool sourceSound(ChipState& c, U64 latched) const {
+      if (c.asicTimeFile) return soundTime(firstField(c), latched);
+      const auto& sync = *world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status");
+      const PtpTimeSync::HpxConfig* hpx =
+          world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config")->hpx(sync.activeHpx());
+      // What the collector's fetcher read just now.
+      return hpx && hpx->ham() && soundTime(hpx->ham()->result(), latched);
    }
 
    // --- Reporting -----------------------------------------------------------------------
 
    std::string flowLine(const Flow& f) const {
-      const auto& n = f.fates;
-      const std::uint64_t lostNotReady = n[Fate::polled] + (f.awaiting ? 1 : 0);
-      return fmt::format(kRow, f.intf.shortName(), f.rate, f.sent, n[Fate::published], lostNotReady,
-                         n[Fate::overwritten], n[Fate::drained] + f.inChip.size(), f.delays.toString(), n[Fate::noTime],
+      const Counts c(f);
+      const auto& n = c.n;
+      return fmt::format(kRow, f.intf.shortName(), f.rate, f.sent, n[Fate::published], n[Fate::polled],
+                         n[Fate::overwritten], n[Fate::drained] + c.inChip, f.delays.toString(), n[Fate::noTime],
                          n[Fate::badSource], n[Fate::wrong]);
    }
 
    bool on_ = false;
    bool counterNeedsInit_ = false;
    double start_ = 0;
+   double messagesPerSecond_ = 0;
+   Kiv::Seconds restartAt_ = -1;  // the last agent restart, if any
+   std::size_t chipCount_ = 0;
    World* world_ = nullptr;
    const Scenario* scenario_ = nullptr;
    std::vector<ChipState> chips_;
@@ -421,6 +516,7 @@ class EgressCollectionModule final : public Module {
    Pondo::Ptr<VyrPtp::PtpTimestampLocationConfig> location_;
    Pondo::Ptr<Ptp::HwTimestampStatus> glint_;
    Pondo::Ptr<VyrPtp::PlatformEgressTsInfo> tsInfo_;
+   Pondo::Ptr<Statebase::EntityManager> em_;
    Pondo::Ptr<Watch<Ptp::HwTimestampStatus>> glintWatch_;
    Pondo::Ptr<Watch<VyrPtp::VyrEgressTsArmAggregateSm>> pollingWatch_;
    Pondo::Ptr<VyrPtp::VyrEgressTsPollingAdapterSm> adapter_;

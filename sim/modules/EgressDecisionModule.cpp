@@ -98,9 +98,27 @@ class EgressDecisionModule final : public Module {
          intfStatus_->intfStatusIs(i)->operStatusIs(Interface::OperStatus::up);
       }
       const Scenario& s = w.scenario;
+      // LAGs exist from the 'lags' section or a 'lag' event; each interface starts in one LAG at most.
+      for (const Event& e : s.timeline()) {
+         if (e.kind == "lag") declaredLags_.insert(lagEvent(e.body).first);
+      }
       if (YAML::Node lags = s.section("lags")) {
          if (!lags.IsMap()) s.fail(lags, "'lags' maps each LAG to its member interfaces");
-         for (const auto& kv : lags) lagIs(lagName(kv.first), memberList(kv.second));
+         std::set<IntfId> declared;
+         std::map<IntfId, IntfId> lagOf;
+         for (const auto& kv : lags) {
+            const IntfId lag = lagName(kv.first);
+            if (!declared.insert(lag).second) s.fail(kv.first, fmt::format("LAG {} declared twice", lag.name()));
+            declaredLags_.insert(lag);
+            const std::vector<IntfId> members = memberList(kv.second);
+            for (std::size_t i = 0; i < members.size(); ++i) {
+               auto [other, fresh] = lagOf.emplace(members[i], lag);
+               if (!fresh) {
+                  s.fail(kv.second[i], fmt::format("{} is already a member of {}", members[i].name(), other->second.name()));
+               }
+            }
+            lagIs(lag, members);
+         }
       }
       if (YAML::Node n = s.section("operStatus")) applyOperStatus(n);
       if (YAML::Node n = s.section("ptpMode")) hwConfig_->ptpModeIs(ptpMode(n));
@@ -116,6 +134,7 @@ class EgressDecisionModule final : public Module {
          for (const YAML::Node& p : ports) {
             PortDSChange c = portDSChange(p);
             if (c.remove) s.fail(p, "'remove' belongs to timeline events");
+            if (ptpStatus_->portDS(c.key)) s.fail(p, fmt::format("port data set {} declared twice", c.key));
             applyPortDS(c, p);
          }
       }
@@ -131,8 +150,7 @@ class EgressDecisionModule final : public Module {
       // The egress machine reads the protocol side's configuration: a port
       // data set on a LAG is configured under the LAG's name, which the
       // adapted configuration (per physical port) never holds.
-      adapter_ = VyrPtp::hwConfigAdapterSmFactory(hwConfig_, vcsd_, adaptedHwConfig_);
-      egress_ = VyrPtp::egressTimestampIntfSmFactory(intfStatus_, lagStatus_, hwConfig_, ptpStatus_, status_);
+      startMachines();
       if (w.verbose) {
          logger_ = std::make_unique<StatusLogger>(w);
          status_->subscriberAdd(logger_.get());
@@ -165,6 +183,20 @@ class EgressDecisionModule final : public Module {
       reportChanges(w, std::find(mine.begin(), mine.end(), e.kind) != mine.end());
    }
 
+   void agentRestart(World& w) override {
+      egress_ = nullptr;
+      adapter_ = nullptr;
+      startMachines();
+      reportChanges(w, true);
+   }
+
+   void reportData(World&, Json& out) override {
+      out["portDataSets"] = ptpStatus_->portDS().size();
+      out["enabledPortDataSets"] = egress_->enabledPortDS().size();
+      Json& polled = out["polled"] = Json::array();
+      for (IntfId i : status_->physicalIntfNeedsPolling()) polled.push(i.name());
+   }
+
    void report(World&, std::string& out) override {
       out += fmt::format("Egress decisions: {} port data sets ({} enabled); polled: {}; one-step update: {}.\n",
                          ptpStatus_->portDS().size(), egress_->enabledPortDS().size(), pollingText(),
@@ -173,6 +205,11 @@ class EgressDecisionModule final : public Module {
    }
 
   private:
+   void startMachines() {
+      adapter_ = VyrPtp::hwConfigAdapterSmFactory(hwConfig_, vcsd_, adaptedHwConfig_);
+      egress_ = VyrPtp::egressTimestampIntfSmFactory(intfStatus_, lagStatus_, hwConfig_, ptpStatus_, status_);
+   }
+
    // --- Reading the scenario ---------------------------------------------------
 
    IntfId chipIntf(const YAML::Node& n) const {
@@ -187,11 +224,14 @@ class EgressDecisionModule final : public Module {
       if (!id || !Wyx::isPortChannelIntfId(*id)) scenario_->fail(n, fmt::format("'{}' is not a LAG name", n.Scalar()));
       return *id;
    }
-   // A chip interface or a LAG.
+   // A chip interface or a declared LAG.
    IntfId ptpIntf(const YAML::Node& n) const {
       auto id = IntfId::parse(scenario_->as<std::string>(n, "interface"));
-      if (id && Wyx::isPortChannelIntfId(*id)) return *id;
-      return chipIntf(n);
+      if (!id || !Wyx::isPortChannelIntfId(*id)) return chipIntf(n);
+      if (!declaredLags_.count(*id)) {
+         scenario_->fail(n, fmt::format("{} is not a LAG of the 'lags' section or of a 'lag' event", id->name()));
+      }
+      return *id;
    }
    std::vector<IntfId> memberList(const YAML::Node& n) const {
       if (!n.IsSequence()) scenario_->fail(n, "LAG members are a list of interfaces");
@@ -211,9 +251,7 @@ class EgressDecisionModule final : public Module {
       return {lagName(n["name"]), memberList(n["members"])};
    }
    Ptp::PtpMode ptpMode(const YAML::Node& n) const {
-      const int mode = scenario_->as<int>(n, "ptpMode");
-      if (mode < 0 || mode > 255) scenario_->fail(n, "'ptpMode' must be 0..255");
-      return Ptp::PtpMode(mode);
+      return Ptp::PtpMode(scenario_->integerAs(n, "ptpMode", 0, 255));
    }
    std::vector<std::pair<IntfId, Interface::OperStatus>> operStatusChanges(const YAML::Node& n) const {
       if (!n.IsMap()) scenario_->fail(n, "oper status maps interfaces to up, down, notPresent, ...");
@@ -243,9 +281,7 @@ class EgressDecisionModule final : public Module {
    PortDSChange portDSChange(const YAML::Node& n) const {
       scenario_->onlyKeys(n, {"intf", "domain", "port", "state", "clockId", "remove"});
       if (!n["intf"]) scenario_->fail(n, "missing 'intf'");
-      const int domain = scenario_->get<int>(n, "domain", 0), port = scenario_->get<int>(n, "port", 1);
-      if (domain < 0 || domain > 255) scenario_->fail(n["domain"], "'domain' must be 0..255");
-      if (port < 0 || port > 0xFFFF) scenario_->fail(n["port"], "'port' must be 0..65535");
+      const auto domain = scenario_->integer(n, "domain", 0, 255, 0), port = scenario_->integer(n, "port", 0, 0xFFFF, 1);
       PortDSChange c{Ptp::PortDSKey(ptpIntf(n["intf"]), std::uint8_t(domain), std::uint16_t(port))};
       c.remove = scenario_->get<bool>(n, "remove", false);
       if (YAML::Node s = n["state"]) {
@@ -378,6 +414,7 @@ class EgressDecisionModule final : public Module {
 
    const Scenario* scenario_ = nullptr;
    std::set<IntfId> chipIntfs_;
+   std::set<IntfId> declaredLags_;
    Pondo::Ptr<Ptp::HwConfig> hwConfig_, adaptedHwConfig_;
    Pondo::Ptr<Ptp::Status> ptpStatus_;
    Pondo::Ptr<Vyr::VyrCommonSmData> vcsd_;

@@ -67,13 +67,28 @@ class HwStatusModule final : public Module {
       return {"timestampLocation", "phyTimeSync", "phyIsland", "timeSync"};
    }
 
+   // Values and numbers are checked here; which chip or interface they name, in build().
    void load(const Scenario& s) override {
-      const YAML::Node sec = s.section("hwStatus");
-      if (sec && !sec.IsMap()) s.fail(sec, "'hwStatus' is a map of settings");
-      if (sec) {
-         s.onlyKeys(sec, {"timestampLocation", "timeSyncSupported", "slices", "phyTimeSync", "phyIsland", "timeSync"});
-      }
       scenario_ = &s;
+      for (const Event& e : s.timeline()) parseEvent(e);
+      const YAML::Node sec = s.section("hwStatus");
+      if (!sec) return;
+      if (!sec.IsMap()) s.fail(sec, "'hwStatus' is a map of settings");
+      s.onlyKeys(sec, {"timestampLocation", "timeSyncSupported", "slices", "phyTimeSync", "phyIsland", "timeSync"});
+      if (sec["timestampLocation"]) location(sec["timestampLocation"]);
+      s.get<bool>(sec, "timeSyncSupported", true);
+      if (const YAML::Node n = sec["slices"]) {
+         if (!n.IsMap()) s.fail(n, "'slices' maps logical FAPs to slice names");
+         for (const auto& kv : n) {
+            logicalFap(kv.first);
+            s.as<std::string>(kv.second, "slice");
+         }
+      }
+      if (const YAML::Node n = sec["phyTimeSync"]) {
+         if (!n.IsSequence()) s.fail(n, "'phyTimeSync' is a list of interfaces");
+      }
+      if (sec["phyIsland"]) phyIsland(sec["phyIsland"]);
+      if (sec["timeSync"]) timeSync(sec["timeSync"]);
    }
 
    void build(World& w) override {
@@ -88,12 +103,15 @@ class HwStatusModule final : public Module {
          }
          for (IntfId i : c.interfaces) chipOf_[i] = &c;
       }
-      // Validate every event before anything runs.
+      // Every event's chips and interfaces are checked before anything runs.
       for (const Event& e : w.scenario.timeline()) {
-         if (e.kind == "timestampLocation") location(e.body);
-         if (e.kind == "phyTimeSync") phyTimeSync(e.body);
-         if (e.kind == "phyIsland") phyIsland(e.body);
-         if (e.kind == "timeSync") timeSync(e.body);
+         for (const YAML::Node& key : parseEvent(e)) {
+            if (e.kind == "timeSync") {
+               chipAt(key);
+            } else {
+               chipIntf(key);
+            }
+         }
       }
 
       hwConfig_ = db.entityIs<Ptp::HwConfig>("ptp/hwConfig");
@@ -110,9 +128,7 @@ class HwStatusModule final : public Module {
       if (sec && sec["timestampLocation"]) hwConfig_->timestampLocationIs(location(sec["timestampLocation"]));
       std::map<int, std::string> slices;
       if (sec && sec["slices"]) {
-         const YAML::Node n = sec["slices"];
-         if (!n.IsMap()) w.scenario.fail(n, "'slices' maps logical FAPs to slice names");
-         for (const auto& kv : n) slices[chipNumber(kv.first)] = w.scenario.as<std::string>(kv.second, "slice");
+         for (const auto& kv : sec["slices"]) slices[chipAt(kv.first).logicalFap] = kv.second.Scalar();
       }
       for (const Chip& c : w.chips) {
          const std::string slice = slices.count(c.logicalFap) ? slices[c.logicalFap] : fmt::format("Linecard{}", c.logicalFap);
@@ -120,25 +136,15 @@ class HwStatusModule final : public Module {
          for (IntfId i : c.interfaces) info->intfInfoIs(i);
       }
       if (sec && sec["phyTimeSync"]) {
-         if (!sec["phyTimeSync"].IsSequence()) w.scenario.fail(sec["phyTimeSync"], "'phyTimeSync' is a list of interfaces");
          for (const YAML::Node& i : sec["phyTimeSync"]) applyPhyTimeSync(chipIntf(i), true);
       }
       if (sec && sec["phyIsland"]) applyPhyIslands(phyIsland(sec["phyIsland"]));
       if (sec && sec["timeSync"]) applyTimeSync(timeSync(sec["timeSync"]));
 
-      // The chips' time: read through the ASIC time files where the asicTime module simulates them.
-      const YAML::Node asicTime = w.scenario.section("asicTime");
-      const bool initCounter = asicTime && w.scenario.get<bool>(asicTime, "initCounter", false);
-      Platform::productAttributesIs(
-          Kiv::make<Platform::ProductAttributes>(Platform::Attributes{bool(asicTime), initCounter}));
-      locationSm_ = VyrPtp::Location::vyrPtpLocationSmFactory(
-          adapted_, location_, timeSyncConfig_, db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus"));
-      sm_ = VyrPtp::Location::vyrPtpHwStatusSmFactory(unit_, adapted_, location_, islands_, timeSyncStatus_,
-                                                      timeSyncSupported_, hwStatus_);
-      db.entityPtrIs("ptp/hwStatusSm", sm_);
+      startMachines();
       w.log("hw status: {} chip(s), time synchronisation {}, chip time {}", w.chips.size(),
             timeSyncSupported_ ? "supported" : "not supported",
-            asicTime ? "from the ASIC time files" : "without ASIC time files");
+            w.scenario.section("asicTime") ? "from the ASIC time files" : "without ASIC time files");
 
       // Snapshots after every change of readiness or location.
       statusWatch_ = Kiv::make<Watch<Ptp::HwStatus>>(hwStatus_, [this](const Kiv::Change&) { snapshotAll(); });
@@ -155,7 +161,8 @@ class HwStatusModule final : public Module {
          hwConfig_->timestampLocationIs(location(e.body));
          w.log("hw status: configured timestamp location {}", hwConfig_->timestampLocation());
       } else if (e.kind == "phyTimeSync") {
-         for (auto [intf, on] : phyTimeSync(e.body)) {
+         for (const auto& [key, on] : phyTimeSync(e.body)) {
+            const IntfId intf = chipIntf(key);
             applyPhyTimeSync(intf, on);
             w.log("hw status: PHY of {} {} time synchronisation", intf.shortName(), on ? "takes part in" : "leaves");
          }
@@ -185,18 +192,77 @@ class HwStatusModule final : public Module {
       }
    }
 
+   // The ASIC time module, after this one, takes the new chip machines' file machines.
+   void agentRestart(World& w) override {
+      if (!world_) return;
+      sm_ = nullptr;
+      locationSm_ = nullptr;
+      startMachines();
+      w.log("hw status: agent restarted the location and hardware status machines");
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!world_) return;
+      snapshotAll();
+      for (const auto& [intf, history] : history_) {
+         Json& i = out["interfaces"][intf.name()];
+         auto fill = [](Json& j, const Snapshot& s) {
+            j["location"] = s.atPhy ? "externalPhy" : "chip";
+            j["rx"] = s.rx;
+            j["tx"] = s.tx;
+            j["why"] = s.why.empty() ? Json() : Json(s.why);
+         };
+         fill(i, history.back());
+         Json& h = i["history"] = Json::array();
+         for (const Snapshot& s : history) {
+            Json& j = h.push(Json());
+            j["at"] = s.at;
+            fill(j, s);
+         }
+      }
+   }
+
   private:
+   void startMachines() {
+      Kiv::Dir& db = *world_->sysdb;
+      // The chips' time: read through the ASIC time files where the asicTime module simulates them.
+      const YAML::Node asicTime = world_->scenario.section("asicTime");
+      const bool initCounter = asicTime && world_->scenario.get<bool>(asicTime, "initCounter", false);
+      Platform::productAttributesIs(
+          Kiv::make<Platform::ProductAttributes>(Platform::Attributes{bool(asicTime), initCounter}));
+      locationSm_ = VyrPtp::Location::vyrPtpLocationSmFactory(
+          adapted_, location_, timeSyncConfig_, db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus"));
+      sm_ = VyrPtp::Location::vyrPtpHwStatusSmFactory(unit_, adapted_, location_, islands_, timeSyncStatus_,
+                                                      timeSyncSupported_, hwStatus_);
+      db.entityPtrIs("ptp/hwStatusSm", sm_);
+   }
+
    // --- Reading the scenario ---------------------------------------------------
 
+   // Checks one of this module's events; returns the chips or interfaces it names.
+   std::vector<YAML::Node> parseEvent(const Event& e) const {
+      std::vector<YAML::Node> keys;
+      if (e.kind == "timestampLocation") {
+         location(e.body);
+      } else if (e.kind == "phyTimeSync") {
+         for (const auto& [key, on] : phyTimeSync(e.body)) keys.push_back(key);
+      } else if (e.kind == "phyIsland") {
+         for (const auto& [key, ready] : phyIsland(e.body)) keys.push_back(key);
+      } else if (e.kind == "timeSync") {
+         for (const auto& [key, state] : timeSync(e.body)) keys.push_back(key);
+      }
+      return keys;
+   }
+
    static std::string chipName(const Chip& c) { return fmt::format("Fap{}", c.logicalFap); }
+   long long logicalFap(const YAML::Node& n) const { return scenario_->integerAs(n, "logical FAP", 0, 255); }
    const Chip& chipAt(const YAML::Node& n) const {
-      const int fap = scenario_->as<int>(n, "logical FAP");
+      const long long fap = logicalFap(n);
       for (const Chip& c : world_->chips) {
          if (c.logicalFap == fap) return c;
       }
       scenario_->fail(n, fmt::format("no chip with logicalFap {}", fap));
    }
-   int chipNumber(const YAML::Node& n) const { return chipAt(n).logicalFap; }
    IntfId chipIntf(const YAML::Node& n) const {
       auto id = IntfId::parse(scenario_->as<std::string>(n, "interface"));
       if (!id || !chipOf_.count(*id)) scenario_->fail(n, fmt::format("'{}' is not an interface of a chip", n.Scalar()));
@@ -208,18 +274,20 @@ class HwStatusModule final : public Module {
       if (!l) scenario_->fail(n, fmt::format("'{}' is not a timestamp location (chip or externalPhy)", text));
       return *l;
    }
-   std::vector<std::pair<IntfId, bool>> phyTimeSync(const YAML::Node& n) const {
+   // Per interface (its name's node), whether its PHY takes part in time sync.
+   std::vector<std::pair<YAML::Node, bool>> phyTimeSync(const YAML::Node& n) const {
       if (!n.IsMap()) scenario_->fail(n, "'phyTimeSync' maps interfaces to true or false");
-      std::vector<std::pair<IntfId, bool>> r;
-      for (const auto& kv : n) r.emplace_back(chipIntf(kv.first), scenario_->as<bool>(kv.second, "phyTimeSync"));
+      std::vector<std::pair<YAML::Node, bool>> r;
+      for (const auto& kv : n) r.emplace_back(kv.first, scenario_->as<bool>(kv.second, "phyTimeSync"));
       return r;
    }
-   // Per interface, its PHY's (rx, tx), or nothing for no entry.
-   std::vector<std::pair<IntfId, std::optional<std::pair<bool, bool>>>> phyIsland(const YAML::Node& n) const {
+   // Per interface (its name's node), its PHY's (rx, tx), or nothing for no entry.
+   using PhyIslands = std::vector<std::pair<YAML::Node, std::optional<std::pair<bool, bool>>>>;
+   PhyIslands phyIsland(const YAML::Node& n) const {
       if (!n.IsMap()) scenario_->fail(n, "'phyIsland' maps interfaces to {rx: .., tx: ..} or none");
-      std::vector<std::pair<IntfId, std::optional<std::pair<bool, bool>>>> r;
+      PhyIslands r;
       for (const auto& kv : n) {
-         const IntfId intf = chipIntf(kv.first);
+         const YAML::Node intf = kv.first;
          if (kv.second.IsScalar() && kv.second.Scalar() == "none") {
             r.emplace_back(intf, std::nullopt);
             continue;
@@ -230,19 +298,18 @@ class HwStatusModule final : public Module {
       }
       return r;
    }
-   // Per chip, its time-sync state, or nothing for no status.
-   std::vector<std::pair<const Chip*, std::optional<std::uint8_t>>> timeSync(const YAML::Node& n) const {
+   // Per chip (its logical FAP's node), its time-sync state, or nothing for no status.
+   using TimeSyncStates = std::vector<std::pair<YAML::Node, std::optional<std::uint8_t>>>;
+   TimeSyncStates timeSync(const YAML::Node& n) const {
       if (!n.IsMap()) scenario_->fail(n, "'timeSync' maps logical FAPs to a state (0..255) or none");
-      std::vector<std::pair<const Chip*, std::optional<std::uint8_t>>> r;
+      TimeSyncStates r;
       for (const auto& kv : n) {
-         const Chip& c = chipAt(kv.first);
+         logicalFap(kv.first);
          if (kv.second.IsScalar() && kv.second.Scalar() == "none") {
-            r.emplace_back(&c, std::nullopt);
+            r.emplace_back(kv.first, std::nullopt);
             continue;
          }
-         const int state = scenario_->as<int>(kv.second, "time-sync state");
-         if (state < 0 || state > 255) scenario_->fail(kv.second, "a time-sync state is 0..255");
-         r.emplace_back(&c, std::uint8_t(state));
+         r.emplace_back(kv.first, std::uint8_t(scenario_->integerAs(kv.second, "time-sync state", 0, 255)));
       }
       return r;
    }
@@ -260,8 +327,9 @@ class HwStatusModule final : public Module {
          timeSyncConfig_->switchAsicDel(name);
       }
    }
-   void applyPhyIslands(const std::vector<std::pair<IntfId, std::optional<std::pair<bool, bool>>>>& phys) {
-      for (const auto& [intf, ready] : phys) {
+   void applyPhyIslands(const PhyIslands& phys) {
+      for (const auto& [key, ready] : phys) {
+         const IntfId intf = chipIntf(key);
          const std::string island = VyrPtp::Location::VyrPtpHwStatusSm::phyIslandName(infoOf(*chipOf_.at(intf)).sliceName());
          auto status = islands_->entityIs<VyrPtp::PtpTimestampStatus>(island);
          if (!ready) {
@@ -273,9 +341,9 @@ class HwStatusModule final : public Module {
          s->intfReadyForTxIs(ready->second);
       }
    }
-   void applyTimeSync(const std::vector<std::pair<const Chip*, std::optional<std::uint8_t>>>& states) {
-      for (const auto& [chip, state] : states) {
-         const auto& info = infoOf(*chip);
+   void applyTimeSync(const TimeSyncStates& states) {
+      for (const auto& [key, state] : states) {
+         const auto& info = infoOf(chipAt(key));
          auto slice = timeSyncStatus_->entityIs<PtpTimeSync::HwStatus>(info.sliceName());
          if (state) {
             slice->switchAsicIs(info.chipName())->stateIs(*state);
@@ -289,7 +357,9 @@ class HwStatusModule final : public Module {
 
    // What holds a not-ready interface back, from its chip machine's queries and inputs.
    std::string why(IntfId intf, const VyrPtp::PtpTimestampLocationIntfConfig* entry) const {
-      const VyrPtpHwStatusFapSm* fap = sm_->hwStatusFapSm(VyrPtp::UnitPort::FapId(chipOf_.at(intf)->logicalFap));
+      // No machine while an agent restart creates it.
+      const VyrPtpHwStatusFapSm* fap =
+          sm_ ? sm_->hwStatusFapSm(VyrPtp::UnitPort::FapId(chipOf_.at(intf)->logicalFap)) : nullptr;
       const Ptp::HwIntfConfig* config = adapted_->intfConfig(intf);
       if (!fap) return "no chip machine";
       if (!config || !config->enabled()) return "not enabled";

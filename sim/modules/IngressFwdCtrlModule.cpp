@@ -32,7 +32,9 @@ class IngressFwdCtrlModule final : public Module {
          em = Kiv::make<Statebase::EntityManager>();
          db.entityPtrIs("statebase/entityManager", em);
       }
-      sm_ = VyrPtp::IngressPktFwdCtrl::vyrIngressPktFwdControlArmSmFactory(global, em);
+      global_ = global;
+      em_ = em;
+      sm_ = VyrPtp::IngressPktFwdCtrl::vyrIngressPktFwdControlArmSmFactory(global_, em_);
       for (const auto& [id, info] : global->logicalFapInfo()) {
          const Ing1588MessageTypeFwdCtrlTable* t = sm_->ingressPktFwdControlTable(info->chipInfoString());
          if (t->chipInfoGif() == info->chipInfoGif().get()) {
@@ -60,7 +62,32 @@ class IngressFwdCtrlModule final : public Module {
       }
    }
 
+   void agentRestart(World& w) override {
+      sm_ = nullptr;
+      sm_ = VyrPtp::IngressPktFwdCtrl::vyrIngressPktFwdControlArmSmFactory(global_, em_);
+      w.log("ingress forwarding control: agent restarted the machine; {} chips", sm_->ingressPktFwdControlTable().size());
+   }
+
+   // Per chip, each ingress profile's flags as the simulated chip holds them.
+   void reportData(World&, Json& out) override {
+      for (const auto& [chip, table] : sm_->ingressPktFwdControlTable()) {
+         const auto& device = dynamic_cast<const Asic::SimulatedChip&>(*table->chipInfoGif()->chipInfo().device());
+         Json& c = out["chips"][fmt::format("{}", chip)];
+         c["unit"] = table->unit();
+         c["commits"] = device.commits(Ing1588MessageTypeFwdCtrlTable::name);
+         Json& profiles = c["profiles"] = Json::object();
+         for (std::uint32_t index : device.committedIndexes(Ing1588MessageTypeFwdCtrlTable::name)) {
+            auto row = device.committed<Ing1588MessageTypeFwdCtrlTable::Entry>(Ing1588MessageTypeFwdCtrlTable::name, index);
+            Json& p = profiles[std::string(Pondo::enumName(Ing1588IngressProfile(index)))];
+            p["index"] = index;
+            p["flags"] = fmt::format("{}", fmt::join(row->flag, ""));
+         }
+      }
+   }
+
   private:
+   Pondo::Ptr<VyrPtp::PlatformGlobalChipInfo> global_;
+   Pondo::Ptr<Statebase::EntityManager> em_;
    Pondo::Ptr<VyrPtp::IngressPktFwdCtrl::VyrIngressPktFwdControlArmSm> sm_;
 };
 

@@ -1,7 +1,8 @@
 // The chassis inventory (section `chips`) and free-text timeline notes. Each
 // chip is a simulated forwarding chip (unit = its logical FAP), entered in
 // sysdb under chipInfoName(); `fifoDepth` sets how many entries each of its
-// egress timestamp slots keeps (default 8).
+// egress timestamp slots keeps: 1 to 8 (default 8), as in the hardware, whose
+// collector drains at most eight entries before it polls.
 //
 // `slice` names the slice that carries the chip (default "FixedSystem") and
 // `chip` the chip itself (default "chip<logicalFap>"): logical FAPs that name
@@ -45,12 +46,8 @@ class PlatformModule final : public Module {
          s.onlyKeys(c, {"logicalFap", "slice", "chip", "interfaces", "fifoDepth"});
          Chip chip;
          chip.line = c.Mark().line + 1;
-         int fap = s.get<int>(c, "logicalFap");
          // Its hardware tables address the chip by the logical FAP as unit number.
-         if (fap < Asic::UnitId::min() || fap >= Asic::UnitId::invalid()) {
-            s.fail(c["logicalFap"], fmt::format("'logicalFap' must be {}..{}", Asic::UnitId::min(),
-                                                Asic::UnitId::invalid() - 1));
-         }
+         const auto fap = s.integer(c, "logicalFap", Asic::UnitId::min(), Asic::UnitId::invalid() - 1);
          chip.logicalFap = Pondo::LogicalFapId(fap);
          if (!faps.insert(chip.logicalFap).second) s.fail(c, fmt::format("logical FAP {} declared twice", fap));
          chip.slice = s.get<std::string>(c, "slice", "FixedSystem");
@@ -76,8 +73,7 @@ class PlatformModule final : public Module {
             places.push_back(place);
          }
          places_.push_back(std::move(places));
-         const int depth = s.get<int>(c, "fifoDepth", 8);
-         if (depth < 1 || depth > 1024) s.fail(c["fifoDepth"], "'fifoDepth' must be 1..1024");
+         const auto depth = s.integer(c, "fifoDepth", 1, 8, 8);
          chips_.push_back(std::move(chip));
          fifoDepths_.push_back(std::size_t(depth));
       }
@@ -114,11 +110,19 @@ class PlatformModule final : public Module {
                          chips.size(), slices.size(), intfs);
    }
 
+   void reportData(World& w, Json& out) override {
+      for (std::size_t i = 0; i < w.chips.size(); ++i) {
+         Json& c = out["chips"][std::to_string(w.chips[i].logicalFap)];
+         c["slice"] = w.chips[i].slice;
+         c["chip"] = w.chips[i].name;
+         c["interfaces"] = w.chips[i].interfaces.size();
+         c["fifoDepth"] = fifoDepths_[i];
+      }
+   }
+
   private:
    static std::uint16_t portNumber(const Scenario& s, const YAML::Node& n, const std::string& what) {
-      const int v = s.as<int>(n, what);
-      if (v < 0 || v > 0xFFFF) s.fail(n, fmt::format("'{}' must be 0..65535", what));
-      return std::uint16_t(v);
+      return std::uint16_t(s.integerAs(n, what, 0, 0xFFFF));
    }
 
    std::vector<Chip> chips_;

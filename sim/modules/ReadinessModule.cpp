@@ -180,10 +180,8 @@ class ReadinessModule final : public Module {
    void load(const Scenario& s) override {
       for (const Event& e : s.timeline()) {
          if (e.kind != "bumpGeneration") continue;
-         if (!e.body.IsNull()) throw ScenarioError(fmt::format("{}:{}: 'bumpGeneration' takes no value", s.origin(), e.line));
-         if (!s.section("programmers")) {
-            throw ScenarioError(fmt::format("{}:{}: 'bumpGeneration' needs a 'programmers' section", s.origin(), e.line));
-         }
+         if (!e.body.IsNull()) s.fail(e, "'bumpGeneration' takes no value");
+         if (!s.section("programmers")) s.fail(e, "'bumpGeneration' needs a 'programmers' section");
       }
       YAML::Node list = s.section("programmers");
       if (!list) return;
@@ -209,14 +207,11 @@ class ReadinessModule final : public Module {
             }
          }
          decl.pipeline = s.get<bool>(p, "pipeline", false);
-         decl.delay = s.get<double>(p, "delay", 0.0);
-         if (decl.delay < 0) s.fail(p["delay"], "'delay' is negative");
+         decl.delay = s.number(p, "delay", {0, 3600, "s"}, 0.0);
          if (YAML::Node f = p["failsAt"]) {
             if (!f.IsSequence()) s.fail(f, "'failsAt' is a list of generations");
             for (const YAML::Node& g : f) {
-               const long long n = s.as<long long>(g, "failsAt");
-               if (n < 0 || n > 0xFFFFFFFFLL) s.fail(g, "a generation in 'failsAt' must be 0..4294967295");
-               decl.failsAt.insert(std::uint32_t(n));
+               decl.failsAt.insert(std::uint32_t(s.integerAs(g, "failsAt", 0, 0xFFFFFFFF)));
             }
          }
          decls_.push_back(std::move(decl));
@@ -232,7 +227,6 @@ class ReadinessModule final : public Module {
 
       actions_ = w.sysdb->entityIs<PtpActions>("ptp/actions");
       auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
-      auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
       // The agent knows every interface; the platform enters each into the
       // hardware status that the readiness aggregator serves.
       for (IntfId i : chassis) {
@@ -244,10 +238,7 @@ class ReadinessModule final : public Module {
          programmers_.push_back(
              Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, *records_, w));
       }
-      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_->intfInfoStatus, records_->pipelineInfoStatus,
-                                                   actions_);
-      programmerSm_ = aggregatorSmFactory(records_->status, programmerHw);
-      observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+      startMachines(w);
       w.log("readiness: {} programmers over {} interfaces; actions at generation {}", decls_.size(), chassis.size(),
             actions_->generation().counter);
    }
@@ -281,7 +272,49 @@ class ReadinessModule final : public Module {
       out += "\n";
    }
 
+   void agentRestart(World& w) override {
+      if (!records_) return;
+      observer_ = nullptr;
+      readinessSm_ = nullptr;
+      programmerSm_ = nullptr;
+      startMachines(w);
+   }
+
+   void reportData(World&, Json& out) override {
+      if (!records_) return;
+      out["generation"] = actions_->generation().counter;
+      auto state = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) {
+         Json j;
+         auto it = m.find(i);
+         j["ready"] = it != m.end() && it->second.present && it->second.ready;
+         j["since"] = it == m.end() || it->second.since < 0 ? Json() : Json(it->second.since);
+         return j;
+      };
+      for (const auto& [i, info] : records_->intfInfoStatus->intfInfo()) {
+         Json& intf = out["interfaces"][i.name()];
+         intf["readinessAggregator"] = state(observer_->byReadiness, i);
+         intf["programmerAggregator"] = state(observer_->byProgrammers, i);
+      }
+      Json& verdicts = out["pipelineVerdicts"] = Json::array();
+      for (const auto& v : observer_->verdicts) {
+         Json& j = verdicts.push(Json());
+         j["at"] = v.at;
+         j["generation"] = v.generation.counter;
+         j["ready"] = bool(v.generation.flag);
+      }
+   }
+
   private:
+   // The library's two aggregators, and the observer of what they publish.
+   void startMachines(World& w) {
+      auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
+      auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
+      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_->intfInfoStatus, records_->pipelineInfoStatus,
+                                                   actions_);
+      programmerSm_ = aggregatorSmFactory(records_->status, programmerHw);
+      observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+   }
+
    std::vector<IntfId> interfacesOf(const ProgrammerDecl& decl, const std::vector<IntfId>& chassis, World& w) {
       if (decl.allInterfaces) return chassis;
       std::vector<IntfId> intfs;
