@@ -10,7 +10,9 @@
 #include <map>
 
 #include "DefaultScenario.h"
+#include "HtmlReport.h"
 #include "Module.h"
+#include "TextReport.h"
 
 namespace Sim {
 
@@ -24,6 +26,7 @@ constexpr const char* kUsage =
     "  --trace-file PATH    write traces to PATH instead of standard error\n"
     "  --verbose            log every decision as it happens\n"
     "  --json FILE          write the report as one JSON document into FILE\n"
+    "  --report FILE        write the report as one self-contained HTML page into FILE\n"
     "  --max-events N       refuse runs estimated at more than N loop events (default 10000000)\n"
     "  --print-default      print the built-in default scenario and exit\n"
     "  --help               this text\n";
@@ -33,6 +36,7 @@ struct Options {
    bool realTime = false;
    bool verbose = false;
    std::string jsonPath;
+   std::string reportPath;
    double maxEvents = 1e7;
 };
 
@@ -64,6 +68,8 @@ Options parseArguments(int argc, char** argv) {
          o.verbose = true;
       } else if (a == "--json") {
          o.jsonPath = value();
+      } else if (a == "--report") {
+         o.reportPath = value();
       } else if (a == "--max-events") {
          const std::string n = value();
          char* end = nullptr;
@@ -97,9 +103,9 @@ void checkRunLength(const Scenario& scenario, const std::vector<std::unique_ptr<
                              estimate, scenario.duration(), perSecond, maxEvents));
 }
 
-// The report as one JSON document: the scenario's timeline, the run, each module's data.
-void writeJson(const std::string& path, const Scenario& scenario, World& world,
-               const std::vector<std::unique_ptr<Module>>& modules, double simulated) {
+// The report as one document: the scenario's timeline, the run, each module's data.
+Json reportDocument(const Scenario& scenario, World& world, const std::vector<std::unique_ptr<Module>>& modules,
+                    double simulated) {
    Json doc;
    Json& sc = doc["scenario"];
    sc["origin"] = scenario.origin();
@@ -123,9 +129,13 @@ void writeJson(const std::string& path, const Scenario& scenario, World& world,
       m->reportData(world, part);
       if (!part.isNull()) data[m->name()] = std::move(part);
    }
+   return doc;
+}
+
+void writeFile(const std::string& path, const std::string& text, const char* what) {
    std::ofstream out(path, std::ios::trunc);
-   out << doc.text() << "\n";
-   if (!out) throw std::runtime_error("cannot write the JSON report to " + path);
+   out << text;
+   if (!out) throw std::runtime_error(fmt::format("cannot write the {} to {}", what, path));
 }
 
 int run(const Options& opt) {
@@ -197,13 +207,13 @@ int run(const Options& opt) {
    }
    runTo(scenario.duration());
 
-   std::string out;
-   for (auto& m : modules) m->report(world, out);
+   const Json doc = reportDocument(scenario, world, modules, loop.currentTime() - start);
    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
-   fmt::print("\n== Summary ==\n{}", out);
+   fmt::print("\n== Summary ==\n{}", textReport(doc));
    fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n",
               loop.currentTime() - start, wall, scenario.timeline().size(), loop.eventsRun());
-   if (!opt.jsonPath.empty()) writeJson(opt.jsonPath, scenario, world, modules, loop.currentTime() - start);
+   if (!opt.jsonPath.empty()) writeFile(opt.jsonPath, doc.text() + "\n", "JSON report");
+   if (!opt.reportPath.empty()) writeFile(opt.reportPath, htmlReport(doc), "HTML report");
    return 0;
 }
 

@@ -26,6 +26,7 @@
 // The product attributes hold one time source for all chips; the aggregate
 // reads them as each chip appears, so the module sets them chip by chip.
 #include <algorithm>
+#include <array>
 #include <deque>
 #include <fstream>
 #include <map>
@@ -46,8 +47,8 @@ using Wyx::IntfId;
 
 // PTP event messages per second and interface; 0 stops the traffic.
 constexpr Range kRate{0, 10000, "per second"};
-// One row of the report's table per interface.
-constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
+// Upper edges (ms) of the latch-to-publish delay histogram's buckets; the last bucket is open.
+constexpr std::array<double, 12> kDelayEdgesMs{0.5, 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024};
 
 // Hands every change of an entity to a function.
 template <class T>
@@ -88,8 +89,10 @@ struct ChipState;
 struct Counts {
    std::map<Fate, std::uint64_t> n;
    std::uint64_t sent = 0, publishedSinceRestart = 0, staleSinceRestart = 0;
+   std::array<std::uint64_t, kDelayEdgesMs.size() + 1> delays{};  // published messages by delay bucket
    Counts& operator+=(const Counts& o) {
       for (auto [fate, k] : o.n) n[fate] += k;
+      for (std::size_t i = 0; i < delays.size(); ++i) delays[i] += o.delays[i];
       sent += o.sent;
       publishedSinceRestart += o.publishedSinceRestart;
       staleSinceRestart += o.staleSinceRestart;
@@ -111,6 +114,8 @@ struct Counts {
       j["wrong"] = (*this)[Fate::wrong];
       j["publishedSinceRestart"] = publishedSinceRestart;
       j["staleSinceRestart"] = staleSinceRestart;
+      Json& histogram = j["delayHistogram"] = Json::array();
+      for (std::uint64_t k : delays) histogram.push(k);
       return j;
    }
 };
@@ -126,6 +131,7 @@ struct Flow {
    Message* awaiting = nullptr;  // read by a poll, publication due
    // Published since the last agent restart: all of them, and those latched before it.
    std::uint64_t publishedSinceRestart = 0, staleSinceRestart = 0;
+   std::vector<std::pair<Kiv::Seconds, bool>> externalPhy;  // (when, timestamped at the PHY) at each change
    std::unique_ptr<Kiv::ClockTimer> timer;
 };
 
@@ -243,6 +249,7 @@ class EgressCollectionModule final : public Module {
       db.entityPtrIs("platform/egressTsInfo", tsInfo_);
       for (IntfId i : externalPhy) {
          location_->enabledPhysicalIntfConfigIs(i)->locationIs(Ptp::Location::Location::externalPhy);
+         flows_.at(i).externalPhy.emplace_back(Kiv::currentTime(), true);
       }
 
       for (ChipState& c : chips_) {
@@ -276,6 +283,7 @@ class EgressCollectionModule final : public Module {
       } else {
          for (auto [intf, phy] : locations(e.body)) {
             w.log("egress collection: {} timestamped at its {}", intf.shortName(), phy ? "PHY" : "chip");
+            flows_.at(intf).externalPhy.emplace_back(Kiv::currentTime(), phy);
             if (phy) {
                location_->enabledPhysicalIntfConfigIs(intf)->locationIs(Ptp::Location::Location::externalPhy);
             } else {
@@ -283,29 +291,6 @@ class EgressCollectionModule final : public Module {
             }
          }
       }
-   }
-
-   void report(World&, std::string& out) override {
-      if (!on_) return;
-      out += "Egress collection (a poll every 4 ms per chip; per interface: messages sent, published with their\n"
-             "exact latch time, lost and why, latch-to-publish delay, wrong widenings):\n";
-      for (ChipState& c : chips_) {
-         out += fmt::format("  chip {} (FIFO depth {}), full time from {}:\n", c.chip->logicalFap, c.device->fifoDepth(),
-                            c.asicTimeFile ? "its ASIC time file" : "the FPGA counter");
-         out += fmt::format(kRow, "intf", "rate/s", "sent", "published", "lost: not ready", "overwritten", "not polled",
-                            "delay ms min/median/max", "no time", "bad source", "wrong");
-         for (const auto& [slot, f] : c.bySlot) {
-            if (!f->messages.empty() || f->rate > 0) out += flowLine(*f);
-         }
-      }
-      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened from a time read\n"
-             "     outside [latch, latch + 2^32 ns); wrong: widened wrongly from a sound time)\n";
-      std::size_t sent = 0, wrong = 0;
-      for (const auto& [intf, f] : flows_) {
-         sent += f.messages.size();
-         for (const Message& m : f.messages) wrong += m.fate == Fate::wrong;
-      }
-      out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
    }
 
    void agentRestart(World& w) override {
@@ -320,8 +305,12 @@ class EgressCollectionModule final : public Module {
       startMachines();
    }
 
+   // Per chip and interface what became of the messages, with chip and chassis totals.
    void reportData(World&, Json& out) override {
       if (!on_) return;
+      Json& edges = out["delayHistogramEdgesMs"] = Json::array();
+      for (double e : kDelayEdgesMs) edges.push(e);
+      Counts chassis;
       for (ChipState& c : chips_) {
          Json& chip = out["chips"][std::to_string(c.chip->logicalFap)];
          chip["fifoDepth"] = c.device->fifoDepth();
@@ -329,11 +318,13 @@ class EgressCollectionModule final : public Module {
          Counts total;
          for (const auto& [slot, f] : c.bySlot) {
             const Counts n = counts(*f);
-            chip["interfaces"][f->intf.name()] = n.data();
+            chip["interfaces"][f->intf.name()] = flowData(*f, n);
             total += n;
          }
          chip["total"] = total.data();
+         chassis += total;
       }
+      out["total"] = chassis.data();
    }
 
    // The library's machines: the polling adapter and the aggregate, which
@@ -472,26 +463,54 @@ class EgressCollectionModule final : public Module {
 
    static Counts counts(const Flow& f) {
       Counts c;
-      for (const Message& m : f.messages) ++c.n[m.fate];
+      for (const Message& m : f.messages) {
+         ++c.n[m.fate];
+         if (m.fate != Fate::published) continue;
+         const double ms = (m.publishedAt - m.at) * 1e3;
+         ++c.delays[std::size_t(std::upper_bound(kDelayEdgesMs.begin(), kDelayEdgesMs.end(), ms) - kDelayEdgesMs.begin())];
+      }
       c.sent = f.messages.size();
       c.publishedSinceRestart = f.publishedSinceRestart;
       c.staleSinceRestart = f.staleSinceRestart;
       return c;
    }
 
-   std::string flowLine(const Flow& f) const {
-      const Counts n = counts(f);
+   // One interface's row: its counts, rate, timestamp location and delays, and what is unusual about it.
+   Json flowData(const Flow& f, const Counts& n) const {
+      Json j;
+      j["rate"] = f.rate;
+      j["location"] = !f.externalPhy.empty() && f.externalPhy.back().second ? "externalPhy" : "chip";
+      Json& changes = j["locationHistory"] = Json::array();
+      for (auto [at, phy] : f.externalPhy) {
+         Json& change = changes.push(Json::array());
+         change.push(at);
+         change.push(phy ? "externalPhy" : "chip");
+      }
+      const Json counted = n.data();
+      for (const auto& [key, value] : counted.members()) j[key] = value;
       std::vector<double> delays;  // ms
       for (const Message& m : f.messages) {
          if (m.fate == Fate::published) delays.push_back((m.publishedAt - m.at) * 1e3);
       }
       std::sort(delays.begin(), delays.end());
-      const std::string delay = delays.empty() ? "-"
-                                               : fmt::format("{:.2f} / {:.2f} / {:.2f}", delays.front(),
-                                                             delays[delays.size() / 2], delays.back());
-      return fmt::format(kRow, f.intf.shortName(), f.rate, f.messages.size(), n[Fate::published], n[Fate::polled],
-                         n[Fate::overwritten], n[Fate::drained] + n[Fate::inChip], delay, n[Fate::noTime],
-                         n[Fate::badSource], n[Fate::wrong]);
+      Json& d = j["delayMs"];
+      auto at = [&](double q) { return delays.empty() ? Json() : Json(delays[std::size_t(q * double(delays.size() - 1))]); };
+      d["min"] = at(0);
+      d["median"] = at(0.5);
+      d["p99"] = at(0.99);
+      d["max"] = at(1);
+      std::vector<std::string> unusual;
+      auto note = [&](std::uint64_t k, const char* what) {
+         if (k) unusual.push_back(fmt::format("{} {}", k, what));
+      };
+      note(n[Fate::wrong], "widened wrongly from a sound time");
+      note(n[Fate::badSource], "widened from a faulty time source");
+      note(n[Fate::noTime], "published without time");
+      note(n[Fate::overwritten], "overwritten in the chip");
+      note(n.staleSinceRestart, "latched before the agent restart, published after it");
+      if (n.sent > 0 && n[Fate::published] == 0) unusual.push_back("nothing published");
+      if (!unusual.empty()) j["attention"] = fmt::format("{}", fmt::join(unusual, "; "));
+      return j;
    }
 
    bool on_ = false;

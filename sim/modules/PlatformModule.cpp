@@ -58,12 +58,6 @@ class PlatformModule final : public Module {
 
    void apply(const Event& e, World& w) override { w.log("note: {}", e.body.Scalar()); }
 
-   void report(World& w, std::string& out) override {
-      std::size_t intfs = 0;
-      for (const Chip& c : w.chips) intfs += c.interfaces.size();
-      out += fmt::format("Chassis: {} chips, {} interfaces.\n", w.chips.size(), intfs);
-   }
-
    void reportData(World& w, Json& out) override {
       for (std::size_t i = 0; i < w.chips.size(); ++i) {
          Json& c = out["chips"][std::to_string(w.chips[i].logicalFap)];
