@@ -280,16 +280,21 @@ document.body.dataset.scriptRan = 'yes';
    std::string locationTable(const Json* egress) {
       if (!egress) return "";
       std::string rows;
+      std::size_t atChip = 0;
       for (const auto& [fap, chip] : egress->members()) {
          std::vector<std::string> phy;
          for (const auto& [name, intf] : chip.find("interfaces")->members()) {
             if (intf.find("location")->string() == "externalPhy") phy.push_back(name);
          }
+         if (phy.empty()) {
+            ++atChip;
+            continue;
+         }
          rows += fmt::format(R"(<tr><td>chip {}</td><td class="n">{}</td><td class="n">{}</td><td>{}</td></tr>)", esc(fap),
                              chip.find("interfaces")->members().size() - phy.size(), phy.size(), esc(fmt::format("{}", fmt::join(phy, ", "))));
       }
-      return "<h3>Timestamp location at the end</h3><table><tr><th>chip</th><th>at the chip</th><th>at the PHY</th><th>interfaces at the PHY</th></tr>" +
-             rows + "</table>";
+      return fmt::format("<h3>Timestamp location at the end</h3><p>{} chips timestamp all their interfaces themselves.</p>", atChip) +
+             (rows.empty() ? "" : "<table><tr><th>chip</th><th>at the chip</th><th>at the PHY</th><th>interfaces at the PHY</th></tr>" + rows + "</table>");
    }
 
    // Per chip the share of its published messages in each delay bucket, and the chassis's counts.

@@ -93,20 +93,23 @@ TEST(SimReportTest, BeyondAScreenfulOnlyUnusualInterfacesAreListed) {
 // --- The HTML page --------------------------------------------------------------------
 
 std::string chassisScenario(int chips, int intfs) {
-   std::string s = "name: chassis report\nduration: 3\nchips:\n";
+   std::string s = "name: chassis report\nduration: 2.5\nchips:\n";
    std::string traffic, some;
    for (int c = 0; c < chips; ++c) {
       s += fmt::format("  - logicalFap: {}\n    interfaces: [", c);
       for (int i = 0; i < intfs; ++i) {
          const std::string name = fmt::format("Ethernet{}/{}", c + 1, i + 1);
          s += (i ? ", " : "") + name;
-         traffic += fmt::format("{}{}: 32", traffic.empty() ? "" : ", ", name);
+         if (i == 0) traffic += fmt::format("{}{}: 32", traffic.empty() ? "" : ", ", name);
       }
       s += "]\n";
    }
    s += "asicTime: {initCounter: true, waitForCounterInit: true, egressPeriod: 0.1}\n"
         "programmers:\n  - {name: CF_UPDATE, interfaces: all, pipeline: true, delay: 0.05}\n"
         "  - {name: SLOW, interfaces: [Ethernet3/4, Ethernet7/1], delay: 0.2, failsAt: [1]}\n"
+        "ptpMode: 1\nptpIntfConfig: {Ethernet1/1: {enabled: true}, Ethernet2/1: {enabled: true}}\n"
+        "portDS:\n  - {intf: Ethernet1/1, state: master, clockId: 001c73.fffe.000001}\n"
+        "  - {intf: Ethernet2/1, state: master, clockId: 001c73.fffe.000001}\n"
         "egressCollection:\n  start: 0.2\n  traffic: {" + traffic + "}\n"
         "timeline:\n  - {at: 1.0, bumpGeneration: }\n  - {at: 1.5, hpxFault: {fault: stall, for: 0.4}}\n"
         "  - {at: 2.0, timestampLocation: {Ethernet2/1: externalPhy}}\n"
