@@ -230,7 +230,7 @@ document.body.dataset.scriptRan = 'yes';
             for (const auto& [name, intf] : intfs.members()) ready += readyAt(path(intf, {"readinessAggregator", "history"}), t);
             const double share = intfs.members().empty() ? 0 : ready / double(intfs.members().size());
             body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"/>)", x(duration_ * b / kBuckets), y,
-                                kPlot / kBuckets + 0.3, kRow - 2, shade(share));
+                                kPlot / kBuckets + 0.3, kRow - 2, shade(share < 1 ? 0.75 * share : 1));
          }
          body += fmt::format(R"(<text x="{}" y="{}" class="label">chip {}</text>)", kLabel - 6, y + 11, esc(fap));
          y += kRow;
@@ -238,7 +238,7 @@ document.body.dataset.scriptRan = 'yes';
       }
       body += axis(y, duration_);
       s += svg(y + kAxis, body, "share of each chip's interfaces ready over time");
-      s += legend({{shade(0), "no interface ready"}, {shade(0.5), "half ready"}, {shade(1), "all ready"}});
+      s += legend({{shade(0), "no interface ready"}, {shade(0.375), "half ready"}, {shade(0.74), "all but a few ready"}, {shade(1), "all ready"}});
       s += R"(<p class="note">Per interface (click a chip): ready spans, and where it is timestamped.</p>)" + drill;
       s += locationTable(egress);
       return s;
