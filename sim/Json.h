@@ -36,6 +36,11 @@ class Json {
    Json& push(Json v);
 
    bool isNull() const { return std::holds_alternative<std::monostate>(v_); }
+   bool isBool() const { return std::holds_alternative<bool>(v_); }
+   bool isNumber() const { return std::holds_alternative<double>(v_); }
+   bool isString() const { return std::holds_alternative<std::string>(v_); }
+   bool isArray() const { return std::holds_alternative<Array>(v_); }
+   bool isObject() const { return std::holds_alternative<Object>(v_); }
    const Json* find(const std::string& key) const;
    double number() const { return std::get<double>(v_); }
    const std::string& string() const { return std::get<std::string>(v_); }

@@ -40,9 +40,12 @@ class Module {
    // The timeline's "agentRestart": destroys the library's machines and
    // creates them again on the same entities, as a restarted agent would.
    virtual void agentRestart(World&) {}
-   // Appends the module's part of the final summary.
-   virtual void report(World&, std::string& out) { (void)out; }
-   // Fills the module's part of the JSON report (an object; left null, it is omitted).
+   // Fills the module's part of the report (an object; left null, it is omitted),
+   // which the text summary, --json and --report render. Conventions the
+   // renderings follow: `chips` maps each logical FAP to its data, with
+   // `interfaces` (by name) and a `total`; a module-level `total` is the
+   // chassis's; an `attention` string on an interface says what is unusual
+   // about it; arrays are series for charts.
    virtual void reportData(World&, Json& out) { (void)out; }
 };
 

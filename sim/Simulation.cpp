@@ -97,12 +97,6 @@ void Simulation::advance(double t, const std::function<void()>& between) {
 
 double Simulation::simulated() const { return Kiv::activityManager().currentTime() - start_; }
 
-std::string Simulation::report() {
-   std::string out;
-   for (auto& m : modules_) m->report(*world_, out);
-   return out;
-}
-
 Json Simulation::reportData() {
    Json doc;
    Json& sc = doc["scenario"];

@@ -31,8 +31,7 @@ class Simulation {
    void runTo(double t, const std::function<void()>& between);
    double simulated() const;
 
-   // The modules' summary, and the report as one JSON document.
-   std::string report();
+   // The report as one document, which the text summary, --json and --report render.
    Json reportData();
 
   private:

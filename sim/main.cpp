@@ -13,7 +13,9 @@
 #include <iostream>
 
 #include "DefaultScenario.h"
+#include "HtmlReport.h"
 #include "Simulation.h"
+#include "TextReport.h"
 
 namespace Sim {
 
@@ -29,6 +31,7 @@ constexpr const char* kUsage =
     "  --verbose              log every decision as it happens\n"
     "  --progress             show progress on standard error (the default when it is a terminal)\n"
     "  --json FILE            write the report as one JSON document into FILE\n"
+    "  --report FILE          write the report as one self-contained HTML page into FILE\n"
     "  --max-events N         refuse runs estimated at more than N loop events (default 10000000)\n"
     "  --print-default        print the built-in default scenario and exit\n"
     "  --help                 this text\n"
@@ -42,6 +45,7 @@ struct Options {
    bool verbose = false;
    bool progress = false;
    std::string jsonPath;
+   std::string reportPath;
    double maxEvents = 1e7;
 };
 
@@ -96,6 +100,8 @@ Options parseArguments(int argc, char** argv) {
          o.verbose = true;
       } else if (a == "--json") {
          o.jsonPath = value();
+      } else if (a == "--report") {
+         o.reportPath = value();
       } else if (a == "--max-events") {
          const std::string n = value();
          char* end = nullptr;
@@ -118,11 +124,11 @@ Options parseArguments(int argc, char** argv) {
    return o;
 }
 
-// Writes the report as one JSON document.
-void writeJson(const std::string& path, const Json& doc) {
+// Writes one report file.
+void writeFile(const std::string& path, const std::string& text, const char* what) {
    std::ofstream out(path, std::ios::trunc);
-   out << doc.text() << "\n";
-   if (!out) throw std::runtime_error("cannot write the JSON report to " + path);
+   out << text;
+   if (!out) throw std::runtime_error(fmt::format("cannot write the {} to {}", what, path));
 }
 
 // SIGINT or SIGTERM ends the run between two slices of the loop, so that the
@@ -178,12 +184,13 @@ int run(const Options& opt) {
       progress.at(sim.simulated());
    });
 
-   const std::string out = sim.report();
+   const Json doc = sim.reportData();
    const double wall = progress.elapsed();
-   fmt::print("\n== Summary ==\n{}", out);
+   fmt::print("\n== Summary ==\n{}", textReport(doc));
    fmt::print("Ran {:.3f} s of simulated time in {:.3f} s: {} timeline events, {} loop events.\n", sim.simulated(),
               wall, scenario.timeline().size(), Kiv::activityManager().eventsRun());
-   if (!opt.jsonPath.empty()) writeJson(opt.jsonPath, sim.reportData());
+   if (!opt.jsonPath.empty()) writeFile(opt.jsonPath, doc.text() + "\n", "JSON report");
+   if (!opt.reportPath.empty()) writeFile(opt.reportPath, htmlReport(doc), "HTML report");
    return 0;
 }
 

@@ -137,7 +137,7 @@ TEST(SimAgentRestartTest, ReadinessAndTimestampsRecover) {
    EXPECT_GT(at(n, "publishedSinceRestart"), 150);  // about 2 s at 100 per second
    EXPECT_EQ(at(n, "staleSinceRestart"), 0);
    EXPECT_EQ(at(n, "wrong"), 0);
-   const Sim::Json& ready = *modules.find("readiness")->find("interfaces")->find("Ethernet1/1")->find("readinessAggregator");
+   const Sim::Json& ready = *modules.find("readiness")->find("chips")->find("0")->find("interfaces")->find("Ethernet1/1")->find("readinessAggregator");
    EXPECT_TRUE(ready.find("ready")->boolean());
    EXPECT_GE(at(ready, "since"), 2.0021);  // ready again after the restart
    EXPECT_NE(r.out.find("agent restarted the polling adapter and the aggregate"), std::string::npos);

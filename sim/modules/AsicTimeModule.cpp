@@ -17,6 +17,7 @@
 // after which the library reads it. The FPGA is meant to carry the
 // chips' time, so its faults show up as wrongly widened timestamps; when a
 // timed FPGA fault ends, time synchronisation puts its counter right again.
+#include <array>
 #include <cmath>
 #include <map>
 
@@ -113,20 +114,39 @@ class LatchWatch final : public Kiv::Reactor {
 
 // What one way of widening made of the chip's egress timestamps; wrong ones
 // from an unsound time (soundTime()) are the source's fault, counted apart.
+// The series holds the same counts per span of `bucket` seconds of the run.
 struct Tally {
-   unsigned correct = 0, wrong = 0, badSource = 0, noTime = 0, notReady = 0;
-   std::string toString() const {
-      return fmt::format("{} correct, {} wrong from a sound time, {} from a faulty one, {} without time, {} skipped "
-                         "(not ready)",
-                         correct, wrong, badSource, noTime, notReady);
+   enum Verdict { correct, wrong, badSource, noTime, notReady, verdicts };
+   static constexpr std::array<const char*, verdicts> kNames{"correct", "wrong", "badSource", "noTime", "notReady"};
+   std::array<unsigned, verdicts> n{};
+   std::vector<std::array<unsigned, verdicts>> series;
+
+   void count(Verdict v, std::size_t bucket) {
+      ++n[v];
+      if (series.size() <= bucket) series.resize(bucket + 1);
+      ++series[bucket][v];
    }
    Json data() const {
       Json j;
-      j["correct"] = correct;
-      j["wrong"] = wrong;
-      j["badSource"] = badSource;
-      j["noTime"] = noTime;
-      j["notReady"] = notReady;
+      for (std::size_t v = 0; v < verdicts; ++v) j[kNames[v]] = n[v];
+      Json& s = j["series"];
+      for (std::size_t v = 0; v < verdicts; ++v) {
+         Json& values = s[kNames[v]] = Json::array();
+         for (const auto& b : series) values.push(b[v]);
+      }
+      return j;
+   }
+};
+
+// A fault of a time source in force from `from` until `until` (-1: the end of the run).
+struct FaultSpan {
+   Kiv::Seconds from, until;
+   std::string fault;
+   Json data() const {
+      Json j;
+      j["from"] = from;
+      j["until"] = until < 0 ? Json() : Json(until);
+      j["fault"] = fault;
       return j;
    }
 };
@@ -149,6 +169,7 @@ struct ChipTime {
    std::string fileText;  // what the time file reads (its storage is reused for every write)
    std::string faultText;
    Kiv::Seconds faultUntil = 0;
+   std::vector<FaultSpan> faults;
    // What the library did.
    Tally viaFile, viaHpx;
    unsigned readyPeriods = 0;
@@ -179,6 +200,7 @@ class AsicTimeModule final : public Module {
       egressPeriod_ = s.number(sec, "egressPeriod", {0.001, 3600, "s"}, 0.25);
       // The kernel's files are there before any machine looks for them.
       files_ = std::make_unique<Platform::SimAsicTimeFiles>();
+      bucket_ = std::max(egressPeriod_, s.duration() / 100);
    }
 
    // The kernel's tick every 10 ms and one egress tick per period.
@@ -241,6 +263,7 @@ class AsicTimeModule final : public Module {
          t.fault = f.fault;
          t.faultText = f.text;
          t.faultUntil = now + f.span;
+         t.faults.push_back({now, t.faultUntil, f.fault});
          if (f.fault == "missing") {
             files_->timeDel(t.unit);
             t.fileText.clear();
@@ -252,6 +275,7 @@ class AsicTimeModule final : public Module {
                f.span);
          return;
       }
+      fpgaFaults_.push_back({now, f.span > 0 ? now + f.span : -1, f.fault});
       if (f.fault == "stepBack") {
          ham_->stepBy(-std::llround(f.by * 1e9));
          if (f.span > 0) hpxFaultUntil_ = now + f.span;
@@ -270,23 +294,6 @@ class AsicTimeModule final : public Module {
          auto fetcher = chips_.empty() ? nullptr : chips_.begin()->second.hpxFetcher;
          w.log("asicTime: FPGA GPIO sample status value {}: library reads {}", f.value,
                fetcher ? Pondo::enumName(fetcher->hpxGpioTimestampStatus()) : "nothing (no chips)");
-      }
-   }
-
-   void report(World&, std::string& out) override {
-      if (!on_) return;
-      out += fmt::format("ASIC time (initCounter {}, egress timestamp every {} s per chip):\n", initCounter_,
-                         egressPeriod_);
-      for (auto& [fap, t] : chips_) {
-         const auto* st = t.fileStatus.get();
-         out += fmt::format("  chip {}: /proc/asic-time/{}/ts {}, first ready at {}, ready {} time(s), {} reopen "
-                            "request(s) after failed reads\n",
-                            fap, t.unit, st->ready() ? "ready" : "NOT ready",
-                            t.firstReady < 0 ? "never" : fmt::format("{:.3f} s", t.firstReady), t.readyPeriods,
-                            t.fileConfig->startPollingGenId());
-         out += fmt::format("    via ASIC time file: {}\n", t.viaFile.toString());
-         out += fmt::format("    via FPGA counter:   {}; fetcher errors {}\n", t.viaHpx.toString(),
-                            t.hpxFetcher->errors());
       }
    }
 
@@ -311,7 +318,12 @@ class AsicTimeModule final : public Module {
          c["viaFile"] = t.viaFile.data();
          c["viaFpga"] = t.viaHpx.data();
          c["fetcherErrors"] = t.hpxFetcher->errors();
+         Json& faults = c["faults"] = Json::array();
+         for (const FaultSpan& f : t.faults) faults.push(f.data());
       }
+      out["seriesBucket"] = bucket_;
+      Json& faults = out["fpgaFaults"] = Json::array();
+      for (const FaultSpan& f : fpgaFaults_) faults.push(f.data());
    }
 
   private:
@@ -396,14 +408,19 @@ class AsicTimeModule final : public Module {
 
    void widen(ChipTime& t, VyrPtp::TimestampFetcherBase& fetcher, Tally& tally, std::uint64_t latched,
               Wyx::IntfId intf, const char* via) {
+      const auto bucket = std::size_t((Kiv::currentTime() - loopAtStart_) / bucket_);
       if (!fetcher.timestampReady()) {
-         ++tally.notReady;
+         tally.count(Tally::notReady, bucket);
          return;
       }
       const std::uint64_t widened = fetcher.egressTimestamp(intf, t.sequenceId, std::uint32_t(latched));
       const bool sound = widened == 0 || widened == latched || soundTime(readBack(t, via), latched);
       const char* verdict = widened == 0 ? "no time" : widened == latched ? "correct" : sound ? "WRONG" : "bad source";
-      ++(widened == 0 ? tally.noTime : widened == latched ? tally.correct : sound ? tally.wrong : tally.badSource);
+      tally.count(widened == 0         ? Tally::noTime
+                  : widened == latched ? Tally::correct
+                  : sound              ? Tally::wrong
+                                       : Tally::badSource,
+                  bucket);
       if (world_->verbose || widened != latched) {
          world_->log("asicTime: chip {} {} seq {} via {}: latched {} widened {} ({})", t.unit, intf.shortName(),
                      t.sequenceId, via, latched, widened, verdict);
@@ -433,6 +450,8 @@ class AsicTimeModule final : public Module {
    bool initCounter_ = false;
    std::string hpxName_;
    double egressPeriod_ = 0.25;
+   double bucket_ = 0.25;  // seconds per entry of the widening series
+   std::vector<FaultSpan> fpgaFaults_;
    World* world_ = nullptr;
    std::unique_ptr<Platform::SimAsicTimeFiles> files_;
    std::uint64_t utcAtStartNs_ = 0;

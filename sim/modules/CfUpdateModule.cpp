@@ -236,30 +236,6 @@ class CfUpdateModule final : public Module {
       w.log("cfUpdate: the platform writes {} at generation {}{}", i, g.counter, g.flag ? "" : " (incomplete)");
    }
 
-   void report(World&, std::string& out) override {
-      if (!sm_) return;
-      out += fmt::format("Correction field: CF_UPDATE {} at the end; it became", active() ? "active" : "not active");
-      for (const auto& t : reporter_->transitions) {
-         out += fmt::format(" {} at {:.3f} s,", t.active ? "active" : "inactive", t.at);
-      }
-      out.back() = '.';
-      out += "\n";
-      for (const auto& [id, fapSm] : sm_->logicalFapSm()) {
-         const CfUpdateProgrammedStatus* status = sm_->logicalFapStatus(id);
-         const auto* chip = static_cast<const Asic::SimulatedChip*>(fapSm->cfUpdateLogicalFapInfo()->chipInfoGif()->chipInfo().device());
-         out += fmt::format("  logicalFap {}: programmed {{{}}}; {} rx and {} tx row commits\n", id,
-                            fmt::join(status->programmedIntf(), ", "), chip->commits(Asic::RxCfControlTable::name),
-                            chip->commits(Asic::TxCfControlTable::name));
-         for (const auto& [i, intf] : intfs_) {
-            if (intf.fap->logicalFapId() != id) continue;
-            out += fmt::format("    {:<14} row {:<3} {}{}\n", i, intf.row,
-                               describe(chip->committed<Asic::RxCfControlEntry>(Asic::RxCfControlTable::name, intf.row),
-                                        chip->committed<Asic::TxCfControlEntry>(Asic::TxCfControlTable::name, intf.row)),
-                               intf.fap->intfInfo(i) ? "" : " (record dropped)");
-         }
-      }
-   }
-
    void agentRestart(World& w) override {
       if (!sm_) return;
       sm_ = nullptr;

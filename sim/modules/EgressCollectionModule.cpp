@@ -52,8 +52,9 @@ using Wyx::IntfId;
 
 // PTP event messages per second and interface; 0 stops the traffic.
 constexpr Range kRate{0, 10000, "per second"};
-// One row of the report's table per interface.
-constexpr const char* kRow = "    {:<8}{:>7}{:>6}{:>10}  {:>15}{:>12}{:>11}  {:<24}{:>8}{:>11}{:>7}\n";
+// Upper edges (ms) of the report's latch-to-publish delay buckets; the last bucket is open.
+constexpr std::array<double, 12> kDelayEdgesMs{0.5, 1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024};
+using DelayCounts = std::array<std::uint64_t, kDelayEdgesMs.size() + 1>;
 
 // What became of one message.
 enum Fate {
@@ -77,13 +78,30 @@ class Delays {
       ++buckets_[std::min(std::size_t(ms / kWidthMs), buckets_.size() - 1)];
       ++count_;
    }
-   std::string toString() const {
-      if (!count_) return "-";
+   // min, median and max in ms, or nulls when nothing was published.
+   Json data() const {
+      Json j;
+      if (!count_) {
+         j["min"] = j["median"] = j["max"] = Json();
+         return j;
+      }
       std::uint64_t seen = 0;
       std::size_t b = 0;
       while ((seen += buckets_[b]) <= count_ / 2) ++b;
-      const double median = std::clamp((double(b) + 0.5) * kWidthMs, min_, max_);
-      return fmt::format("{:.2f} / {:.2f} / {:.2f}", min_, median, max_);
+      j["min"] = min_;
+      j["median"] = std::clamp((double(b) + 0.5) * kWidthMs, min_, max_);
+      j["max"] = max_;
+      return j;
+   }
+   // The delays counted per bucket of kDelayEdgesMs, each fine bucket by its middle.
+   DelayCounts coarse() const {
+      DelayCounts c{};
+      for (std::size_t b = 0; b < buckets_.size(); ++b) {
+         const double ms = b + 1 == buckets_.size() ? max_ : (double(b) + 0.5) * kWidthMs;
+         c[std::size_t(std::upper_bound(kDelayEdgesMs.begin(), kDelayEdgesMs.end(), ms) - kDelayEdgesMs.begin())] +=
+             buckets_[b];
+      }
+      return c;
    }
 
   private:
@@ -114,6 +132,7 @@ struct Flow {
    std::optional<Message> awaiting;    // read by a poll, publication due
    // Published since the last agent restart: all of them, and those latched before it.
    std::uint64_t publishedSinceRestart = 0, staleSinceRestart = 0;
+   std::vector<std::pair<Kiv::Seconds, bool>> externalPhy;  // (when, timestamped at the PHY) at each change
    std::unique_ptr<Kiv::ClockTimer> timer;
 };
 
@@ -122,13 +141,15 @@ struct Flow {
 struct Counts {
    std::array<std::uint64_t, kFates> n{};
    std::uint64_t sent = 0, inChip = 0, publishedSinceRestart = 0, staleSinceRestart = 0;
+   DelayCounts delays{};  // published messages by delay bucket
    Counts() = default;
    explicit Counts(const Flow& f)
        : n(f.fates),
          sent(f.sent),
          inChip(f.inChip.size()),
          publishedSinceRestart(f.publishedSinceRestart),
-         staleSinceRestart(f.staleSinceRestart) {
+         staleSinceRestart(f.staleSinceRestart),
+         delays(f.delays.coarse()) {
       n[Fate::polled] += f.awaiting ? 1 : 0;
    }
    Counts& operator+=(const Counts& o) {
@@ -137,6 +158,7 @@ struct Counts {
       inChip += o.inChip;
       publishedSinceRestart += o.publishedSinceRestart;
       staleSinceRestart += o.staleSinceRestart;
+      for (std::size_t i = 0; i < delays.size(); ++i) delays[i] += o.delays[i];
       return *this;
    }
    Json data() const {
@@ -154,6 +176,8 @@ struct Counts {
       j["wrong"] = n[Fate::wrong];
       j["publishedSinceRestart"] = publishedSinceRestart;
       j["staleSinceRestart"] = staleSinceRestart;
+      Json& histogram = j["delayHistogram"] = Json::array();
+      for (std::uint64_t k : delays) histogram.push(k);
       return j;
    }
 };
@@ -271,6 +295,12 @@ class EgressCollectionModule final : public Module {
             if (ch.field == Asic::SimulatedChip::F::read) readOut(c, ch.keyAs<Asic::EgressTsSwTableKey>());
          });
       }
+      // Where each interface is timestamped, as the location machine decides it.
+      locationWatch_ = Kiv::make<Watch<VyrPtp::PtpTimestampLocationConfig>>(location_, [this](const Kiv::Change& c) {
+         if (c.source != location_.get() || c.kind == Kiv::Change::Kind::changed) return;
+         auto it = flows_.find(c.keyAs<IntfId>());
+         if (it != flows_.end()) it->second.externalPhy.emplace_back(Kiv::currentTime(), c.added());
+      });
       glintWatch_ = Kiv::make<Watch<Ptp::HwTimestampStatus>>(glint_, [this](const Kiv::Change& c) {
          if (c.newValue) published(c.newAs<Ptp::IngressEgressTimes>());
       });
@@ -294,29 +324,6 @@ class EgressCollectionModule final : public Module {
       }
    }
 
-   void report(World&, std::string& out) override {
-      if (!on_) return;
-      out += "Egress collection (a poll every 4 ms per chip; per interface: messages sent, published with their\n"
-             "exact latch time, lost and why, latch-to-publish delay, wrong widenings):\n";
-      for (ChipState& c : chips_) {
-         out += fmt::format("  chip {} (FIFO depth {}), full time from {}:\n", c.chip->logicalFap, c.device->fifoDepth(),
-                            c.asicTimeFile ? "its ASIC time file" : "the FPGA counter");
-         out += fmt::format(kRow, "intf", "rate/s", "sent", "published", "lost: not ready", "overwritten", "not polled",
-                            "delay ms min/median/max", "no time", "bad source", "wrong");
-         for (const auto& [slot, f] : c.bySlot) {
-            if (f->sent || f->rate > 0) out += flowLine(*f);
-         }
-      }
-      out += "    (no time: published as 0, the ASIC time file unreadable; bad source: widened from a time read\n"
-             "     outside [latch, latch + 2^32 ns); wrong: widened wrongly from a sound time)\n";
-      std::uint64_t sent = 0, wrong = 0;
-      for (const auto& [intf, f] : flows_) {
-         sent += f.sent;
-         wrong += f.fates[Fate::wrong];
-      }
-      out += fmt::format("  {} messages sent; wrong widenings from a sound time source: {}.\n", sent, wrong);
-   }
-
    void agentRestart(World& w) override {
       if (!on_) return;
       pollingWatch_ = nullptr;
@@ -334,6 +341,9 @@ class EgressCollectionModule final : public Module {
 
    void reportData(World&, Json& out) override {
       if (!on_) return;
+      Json& edges = out["delayHistogramEdgesMs"] = Json::array();
+      for (double e : kDelayEdgesMs) edges.push(e);
+      Counts chassis;
       for (ChipState& c : chips_) {
          Json& chip = out["chips"][std::to_string(c.chip->logicalFap)];
          chip["fifoDepth"] = c.device->fifoDepth();
@@ -341,11 +351,13 @@ class EgressCollectionModule final : public Module {
          Counts total;
          for (const auto& [slot, f] : c.bySlot) {
             const Counts n(*f);
-            chip["interfaces"][f->intf.name()] = n.data();
+            chip["interfaces"][f->intf.name()] = flowData(*f, n);
             total += n;
          }
          chip["total"] = total.data();
+         chassis += total;
       }
+      out["total"] = chassis.data();
    }
 
   private:
@@ -494,12 +506,32 @@ class EgressCollectionModule final : public Module {
 
    // --- Reporting -----------------------------------------------------------------------
 
-   std::string flowLine(const Flow& f) const {
-      const Counts c(f);
-      const auto& n = c.n;
-      return fmt::format(kRow, f.intf.shortName(), f.rate, f.sent, n[Fate::published], n[Fate::polled],
-                         n[Fate::overwritten], n[Fate::drained] + c.inChip, f.delays.toString(), n[Fate::noTime],
-                         n[Fate::badSource], n[Fate::wrong]);
+   // One interface's row: its counts, rate, timestamp location and delays, and what is unusual about it.
+   Json flowData(const Flow& f, const Counts& n) const {
+      Json j;
+      j["rate"] = f.rate;
+      j["location"] = !f.externalPhy.empty() && f.externalPhy.back().second ? "externalPhy" : "chip";
+      Json& changes = j["locationHistory"] = Json::array();
+      for (auto [at, phy] : f.externalPhy) {
+         Json& change = changes.push(Json::array());
+         change.push(at);
+         change.push(phy ? "externalPhy" : "chip");
+      }
+      const Json counted = n.data();
+      for (const auto& [key, value] : counted.members()) j[key] = value;
+      j["delayMs"] = f.delays.data();
+      std::vector<std::string> unusual;
+      auto note = [&](std::uint64_t k, const char* what) {
+         if (k) unusual.push_back(fmt::format("{} {}", k, what));
+      };
+      note(n.n[Fate::wrong], "widened wrongly from a sound time");
+      note(n.n[Fate::badSource], "widened from a faulty time source");
+      note(n.n[Fate::noTime], "published without time");
+      note(n.n[Fate::overwritten], "overwritten in the chip");
+      note(n.staleSinceRestart, "latched before the agent restart, published after it");
+      if (n.sent > 0 && n.n[Fate::published] == 0) unusual.push_back("nothing published");
+      if (!unusual.empty()) j["attention"] = fmt::format("{}", fmt::join(unusual, "; "));
+      return j;
    }
 
    bool on_ = false;
@@ -518,6 +550,7 @@ class EgressCollectionModule final : public Module {
    Pondo::Ptr<VyrPtp::PlatformEgressTsInfo> tsInfo_;
    Pondo::Ptr<Statebase::EntityManager> em_;
    Pondo::Ptr<Watch<Ptp::HwTimestampStatus>> glintWatch_;
+   Pondo::Ptr<Watch<VyrPtp::PtpTimestampLocationConfig>> locationWatch_;
    Pondo::Ptr<Watch<VyrPtp::VyrEgressTsArmAggregateSm>> pollingWatch_;
    Pondo::Ptr<VyrPtp::VyrEgressTsPollingAdapterSm> adapter_;
    Pondo::Ptr<VyrPtp::VyrEgressTsArmAggregateSm> aggregate_;

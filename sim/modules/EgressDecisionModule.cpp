@@ -195,13 +195,10 @@ class EgressDecisionModule final : public Module {
       out["enabledPortDataSets"] = egress_->enabledPortDS().size();
       Json& polled = out["polled"] = Json::array();
       for (IntfId i : status_->physicalIntfNeedsPolling()) polled.push(i.name());
-   }
-
-   void report(World&, std::string& out) override {
-      out += fmt::format("Egress decisions: {} port data sets ({} enabled); polled: {}; one-step update: {}.\n",
-                         ptpStatus_->portDS().size(), egress_->enabledPortDS().size(), pollingText(),
-                         oneStepText());
-      out += fmt::format("Adapted configuration: {}.\n", adaptedText());
+      Json& oneStep = out["oneStepUpdate"] = Json::array();
+      for (const auto& [i, on] : status_->physicalIntfNeedsOneStepCfUpdate()) {
+         if (on) oneStep.push(i.name());
+      }
    }
 
   private:

@@ -178,20 +178,6 @@ class HwStatusModule final : public Module {
    // Every event may change a reason without a readiness change (an ASIC time file fault, say).
    void afterEvent(const Event&, World&) override { snapshotAll(); }
 
-   void report(World&, std::string& out) override {
-      if (!world_) return;
-      snapshotAll();
-      out += "Hardware readiness (per interface: timestamp location and Rx/Tx readiness over time; while not\n"
-             "ready, what holds it back):\n";
-      for (const auto& [intf, history] : history_) {
-         out += fmt::format("  {}:\n", intf.shortName());
-         for (const Snapshot& s : history) {
-            out += fmt::format("    {:8.3f} s  {:<4} rx {:<3} tx {:<3}{}\n", s.at, s.atPhy ? "PHY" : "chip",
-                               s.rx ? "yes" : "no", s.tx ? "yes" : "no", s.why.empty() ? "" : "  (" + s.why + ")");
-         }
-      }
-   }
-
    // The ASIC time module, after this one, takes the new chip machines' file machines.
    void agentRestart(World& w) override {
       if (!world_) return;

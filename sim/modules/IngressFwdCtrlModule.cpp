@@ -46,22 +46,6 @@ class IngressFwdCtrlModule final : public Module {
       }
    }
 
-   void report(World&, std::string& out) override {
-      out += fmt::format("Ingress forwarding control: {} chips, a row per profile (flags 0..19):\n",
-                         sm_->ingressPktFwdControlTable().size());
-      for (const auto& [chip, table] : sm_->ingressPktFwdControlTable()) {
-         const auto& device = dynamic_cast<const Asic::SimulatedChip&>(*table->chipInfoGif()->chipInfo().device());
-         out += fmt::format("  {} (unit {}): {} rows, {} commits\n", chip, table->unit(),
-                            device.committedIndexes(Ing1588MessageTypeFwdCtrlTable::name).size(),
-                            device.commits(Ing1588MessageTypeFwdCtrlTable::name));
-         for (std::uint32_t index : device.committedIndexes(Ing1588MessageTypeFwdCtrlTable::name)) {
-            auto row = device.committed<Ing1588MessageTypeFwdCtrlTable::Entry>(Ing1588MessageTypeFwdCtrlTable::name, index);
-            out += fmt::format("    {:2} {:<42} {}\n", index, Pondo::enumName(Ing1588IngressProfile(index)),
-                               fmt::join(row->flag, ""));
-         }
-      }
-   }
-
    void agentRestart(World& w) override {
       sm_ = nullptr;
       sm_ = VyrPtp::IngressPktFwdCtrl::vyrIngressPktFwdControlArmSmFactory(global_, em_);

@@ -98,18 +98,6 @@ class PlatformModule final : public Module {
 
    void apply(const Event& e, World& w) override { w.log("note: {}", e.body.Scalar()); }
 
-   void report(World& w, std::string& out) override {
-      std::size_t intfs = 0;
-      std::set<std::string> chips, slices;
-      for (const Chip& c : w.chips) {
-         intfs += c.interfaces.size();
-         chips.insert(c.name);
-         slices.insert(c.slice);
-      }
-      out += fmt::format("Chassis: {} logical FAPs of {} chips on {} slices, {} interfaces.\n", w.chips.size(),
-                         chips.size(), slices.size(), intfs);
-   }
-
    void reportData(World& w, Json& out) override {
       for (std::size_t i = 0; i < w.chips.size(); ++i) {
          Json& c = out["chips"][std::to_string(w.chips[i].logicalFap)];

@@ -106,6 +106,7 @@ class ReadinessObserver final : public Kiv::Reactor {
       bool ready = false;
       double since = -1;             // when the readiness last changed; -1: never
       std::uint32_t generation = 0;  // the action generation at that time
+      std::vector<std::pair<double, bool>> history;  // (when, ready) at each change
    };
    struct Verdict {
       double at;
@@ -144,6 +145,7 @@ class ReadinessObserver final : public Kiv::Reactor {
          const IntfId i = c.keyAs<IntfId>();
          intfs[i].present = c.kind == Kiv::Change::Kind::added;
          if (!intfs[i].present) {
+            if (intfs[i].ready) intfs[i].history.emplace_back(Kiv::currentTime(), false);
             intfs[i].ready = false;
             world_.log("{}: {} has no entry any more", who, i);
             return;
@@ -158,7 +160,11 @@ class ReadinessObserver final : public Kiv::Reactor {
       const bool ready = e->intfReadyForTxPacket() && e->intfReadyForRxPacket();
       Intf& intf = intfs[e->intfId()];
       if (ready == intf.ready) return;
-      intf = {true, ready, Kiv::currentTime(), actions_->generation().counter};
+      intf.present = true;
+      intf.ready = ready;
+      intf.since = Kiv::currentTime();
+      intf.generation = actions_->generation().counter;
+      intf.history.emplace_back(intf.since, ready);
       world_.log("{}: {} {} (actions at generation {})", who, e->intfId(), ready ? "ready" : "NOT ready",
                  intf.generation);
    }
@@ -249,29 +255,6 @@ class ReadinessModule final : public Module {
       actions_->generationIs({next, true});
    }
 
-   void report(World&, std::string& out) override {
-      if (!records_) return;
-      out += fmt::format("Readiness: actions at generation {}.\n", actions_->generation().counter);
-      out += fmt::format("  {:<14} {:<42} {}\n", "interface", "readiness aggregator", "programmer aggregator");
-      auto describe = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) -> std::string {
-         auto it = m.find(i);
-         if (it == m.end() || !it->second.present) return "no entry";
-         const auto& s = it->second;
-         if (s.since < 0) return "not ready so far";
-         return fmt::format("{} since {:.3f} s (generation {})", s.ready ? "ready" : "NOT ready", s.since,
-                            s.generation);
-      };
-      for (const auto& [i, info] : records_->intfInfoStatus->intfInfo()) {
-         out += fmt::format("  {:<14} {:<42} {}\n", i, describe(observer_->byReadiness, i),
-                            describe(observer_->byProgrammers, i));
-      }
-      out += "  pipeline verdicts:";
-      for (const auto& v : observer_->verdicts) {
-         out += fmt::format(" {:.3f} s generation {} {};", v.at, v.generation.counter, v.generation.flag ? "ready" : "NOT ready");
-      }
-      out += "\n";
-   }
-
    void agentRestart(World& w) override {
       if (!records_) return;
       observer_ = nullptr;
@@ -280,7 +263,9 @@ class ReadinessModule final : public Module {
       startMachines(w);
    }
 
-   void reportData(World&, Json& out) override {
+   // Per chip and interface the two aggregators' verdicts with their history,
+   // and for an interface not ready at the end, why.
+   void reportData(World& w, Json& out) override {
       if (!records_) return;
       out["generation"] = actions_->generation().counter;
       auto state = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) {
@@ -288,13 +273,42 @@ class ReadinessModule final : public Module {
          auto it = m.find(i);
          j["ready"] = it != m.end() && it->second.present && it->second.ready;
          j["since"] = it == m.end() || it->second.since < 0 ? Json() : Json(it->second.since);
+         Json& history = j["history"] = Json::array();
+         if (it == m.end()) return j;
+         for (auto [at, ready] : it->second.history) {
+            Json& change = history.push(Json::array());
+            change.push(at);
+            change.push(ready);
+         }
          return j;
       };
-      for (const auto& [i, info] : records_->intfInfoStatus->intfInfo()) {
-         Json& intf = out["interfaces"][i.name()];
-         intf["readinessAggregator"] = state(observer_->byReadiness, i);
-         intf["programmerAggregator"] = state(observer_->byProgrammers, i);
+      auto total = [](std::size_t ready, std::size_t notReady) {
+         Json j;
+         j["ready"] = ready;
+         j["notReady"] = notReady;
+         return j;
+      };
+      std::size_t ready = 0, notReady = 0;
+      for (const Chip& c : w.chips) {
+         // Members are added before references into the chip are taken: adding one moves the others.
+         Json& chip = out["chips"][std::to_string(c.logicalFap)];
+         Json& intfs = chip["interfaces"];
+         std::size_t chipReady = 0;
+         for (IntfId i : c.interfaces) {
+            Json& intf = intfs[i.name()];
+            intf["readinessAggregator"] = state(observer_->byReadiness, i);
+            intf["programmerAggregator"] = state(observer_->byProgrammers, i);
+            if (intf["readinessAggregator"]["ready"].boolean()) {
+               ++chipReady;
+            } else {
+               intf["attention"] = whyNotReady(i);
+            }
+         }
+         chip["total"] = total(chipReady, c.interfaces.size() - chipReady);
+         ready += chipReady;
+         notReady += c.interfaces.size() - chipReady;
       }
+      out["total"] = total(ready, notReady);
       Json& verdicts = out["pipelineVerdicts"] = Json::array();
       for (const auto& v : observer_->verdicts) {
          Json& j = verdicts.push(Json());
@@ -313,6 +327,24 @@ class ReadinessModule final : public Module {
                                                    actions_);
       programmerSm_ = aggregatorSmFactory(records_->status, programmerHw);
       observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+   }
+
+   // What keeps an interface from being ready: its programmers' reports of the current generation.
+   std::string whyNotReady(IntfId i) const {
+      const std::uint32_t current = actions_->generation().counter;
+      const PtpIntfInfo* info = records_.intfInfoStatus->intfInfo(i);
+      if (!info || info->programmerInfo().empty()) return "no programmer handles it";
+      std::vector<std::string> why;
+      for (const auto& [name, p] : info->programmerInfo()) {
+         const Pondo::Generation g = p->generation();
+         if (g.counter != current) {
+            why.push_back(fmt::format("{} has not reported generation {} (last report: {})", name, current, g.counter));
+         } else if (!g.flag) {
+            why.push_back(fmt::format("{} failed to program generation {}", name, current));
+         }
+      }
+      if (why.empty()) return "all programmers report generation " + std::to_string(current) + " programmed";
+      return fmt::format("{}", fmt::join(why, "; "));
    }
 
    std::vector<IntfId> interfacesOf(const ProgrammerDecl& decl, const std::vector<IntfId>& chassis, World& w) {
