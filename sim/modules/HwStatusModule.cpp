@@ -176,7 +176,9 @@ class HwStatusModule final : public Module {
    }
 
    // Every event may change a reason without a readiness change (an ASIC time file fault, say).
-   void afterEvent(const Event&, World&) override { snapshotAll(); }
+   void afterEvent(const Event&, World&) override {
+      if (world_) snapshotAll();
+   }
 
    void report(World&, std::string& out) override {
       if (!world_) return;
