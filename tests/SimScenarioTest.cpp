@@ -164,6 +164,14 @@ INSTANTIATE_TEST_SUITE_P(
                 ":53: 'agentRestart' takes no value"}),
     [](const testing::TestParamInfo<Hostile>& i) { return std::string(i.param.name); });
 
+// Found by ScenarioFuzz: the hardware status module, idle without chips, took
+// its snapshot after every event.
+TEST(SimScenarioTest, TimelineWithoutChipsRuns) {
+   const SimRun r = SimRun::of("timeline:\n  - at: 1.0\n    note: no chips\n");
+   EXPECT_EQ(r.status, 0) << r.err;
+   EXPECT_THAT(r.out, HasSubstr("Chassis: 0 logical FAPs of 0 chips on 0 slices, 0 interfaces."));
+}
+
 TEST(SimScenarioTest, RunTooLongIsRefusedUnlessTheLimitIsRaised) {
    const SimRun refused = SimRun::of(Sim::kDefaultScenario, "--max-events 1000");
    EXPECT_EQ(refused.status, 1);

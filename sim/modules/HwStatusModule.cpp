@@ -176,7 +176,9 @@ class HwStatusModule final : public Module {
    }
 
    // Every event may change a reason without a readiness change (an ASIC time file fault, say).
-   void afterEvent(const Event&, World&) override { snapshotAll(); }
+   void afterEvent(const Event&, World&) override {
+      if (world_) snapshotAll();
+   }
 
    // The ASIC time module, after this one, takes the new chip machines' file machines.
    void agentRestart(World& w) override {
