@@ -332,7 +332,7 @@ class ReadinessModule final : public Module {
    // What keeps an interface from being ready: its programmers' reports of the current generation.
    std::string whyNotReady(IntfId i) const {
       const std::uint32_t current = actions_->generation().counter;
-      const PtpIntfInfo* info = records_.intfInfoStatus->intfInfo(i);
+      const PtpIntfInfo* info = records_->intfInfoStatus->intfInfo(i);
       if (!info || info->programmerInfo().empty()) return "no programmer handles it";
       std::vector<std::string> why;
       for (const auto& [name, p] : info->programmerInfo()) {
