@@ -104,15 +104,15 @@ std::string chassisScenario(int chips, int intfs) {
       }
       s += "]\n";
    }
-   s += "asicTime: {initCounter: true, waitForCounterInit: true, egressPeriod: 0.1}\n"
-        "programmers:\n  - {name: CF_UPDATE, interfaces: all, pipeline: true, delay: 0.05}\n"
+   s += "asicTime: {initCounter: true, egressPeriod: 0.1}\n"
+        "programmers:\n  - {name: PKT_TRAP, interfaces: all, pipeline: true, delay: 0.05}\n"
         "  - {name: SLOW, interfaces: [Ethernet3/4, Ethernet7/1], delay: 0.2, failsAt: [1]}\n"
-        "ptpMode: 1\nptpIntfConfig: {Ethernet1/1: {enabled: true}, Ethernet2/1: {enabled: true}}\n"
+        "ptpMode: 1\nhwStatus: {phyTimeSync: [Ethernet2/1], phyIsland: {Ethernet2/1: {rx: true, tx: true}}}\nptpIntfConfig: {Ethernet1/1: {enabled: true}, Ethernet2/1: {enabled: true}}\n"
         "portDS:\n  - {intf: Ethernet1/1, state: master, clockId: 001c73.fffe.000001}\n"
         "  - {intf: Ethernet2/1, state: master, clockId: 001c73.fffe.000001}\n"
         "egressCollection:\n  start: 0.2\n  traffic: {" + traffic + "}\n"
         "timeline:\n  - {at: 1.0, bumpGeneration: }\n  - {at: 1.5, hpxFault: {fault: stall, for: 0.4}}\n"
-        "  - {at: 2.0, timestampLocation: {Ethernet2/1: externalPhy}}\n"
+        "  - {at: 2.0, timestampLocation: externalPhy}\n"
         "  - {at: 2.2, asicTimeFault: {logicalFap: 1, fault: zero, for: 0.3}}\n";
    return s;
 }
