@@ -74,14 +74,6 @@ Fields readFields(const Scenario& s, const YAML::Node& n) {
    return f;
 }
 
-std::string describe(const std::optional<Asic::RxCfControlEntry>& rx, const std::optional<Asic::TxCfControlEntry>& tx) {
-   std::string out = rx ? fmt::format("rx(ingress {}, forceSign {})", rx->ingressCfUpdateEnable, rx->forceItsSignFromTs)
-                        : std::string("rx(none)");
-   if (!tx) return out + " tx(none)";
-   return out + fmt::format(" tx(mode {}, dropInvalid {}, twoStep {})", tx->egressCfUpdateMode, tx->dropInvalid1588Pkt,
-                            fmt::join(tx->twoStepTsCfUpdateEnable, "/"));
-}
-
 // One listed interface: where its rows are, and its report.
 struct Intf {
    Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> fap;
