@@ -82,7 +82,7 @@ class Delays {
    Json data() const {
       Json j;
       if (!count_) {
-         j["min"] = j["median"] = j["max"] = Json();
+         for (const char* k : {"min", "median", "max"}) j[k] = Json();
          return j;
       }
       std::uint64_t seen = 0;
