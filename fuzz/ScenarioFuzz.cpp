@@ -11,7 +11,9 @@
 #include <string>
 
 #include "Kiv/Activity.h"
+#include "HtmlReport.h"
 #include "Simulation.h"
+#include "TextReport.h"
 
 namespace {
 
@@ -40,8 +42,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       sim.runTo(std::min(1.0, scenario.duration()), [&] {
          if (double(Kiv::activityManager().eventsRun() - before) > 2 * kBudget) throw OverBudget{};
       });
-      sim.report();
-      sim.reportData().text();
+      const Sim::Json doc = sim.reportData();
+      Sim::textReport(doc);
+      Sim::htmlReport(doc);
+      doc.text();
    } catch (const Sim::ScenarioError&) {
    } catch (const OverBudget&) {
    }
