@@ -160,6 +160,9 @@ INSTANTIATE_TEST_SUITE_P(
         Hostile{"TimeSyncOfUndeclaredChip", "timeSync: {0: 3}", "timeSync: {9: 3}", ":78: no chip with logicalFap 9"},
         Hostile{"PhyIslandOfUndeclaredInterface", "phyIsland: {Ethernet3/1: {rx: true", "phyIsland: {Ethernet9/9: {rx: true",
                 ":106: 'Ethernet9/9' is not an interface of a chip"},
+        Hostile{"CfUpdateEventWithoutEntry", "cfUpdate: {intf: Ethernet2/1, egressMode: egressTimestamp}",
+                "cfUpdate: {intf: Ethernet4/1, egressMode: egressTimestamp}",
+                ":56: Ethernet4/1 has no entry in the 'cfUpdate' section"},
         Hostile{"RestartWithValue", "note: the protocol side starts", "agentRestart: now",
                 ":53: 'agentRestart' takes no value"}),
     [](const testing::TestParamInfo<Hostile>& i) { return std::string(i.param.name); });

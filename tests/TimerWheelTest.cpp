@@ -116,6 +116,19 @@ TEST_F(TimerWheel, AJumpOfManyTurnsFiresEverythingDueInOrder) {
    EXPECT_EQ(log, (Strings{"a at 500", "b at 500", "c at 500"}));
 }
 
+// 262144.04 / 0.01 is 26214403.999999998 in doubles: rounding the time down
+// to a tick missed the tick the wheel woke for, and it woke for it again and
+// again without time moving (a 1 ms wheel met this after 9.1 hours).
+TEST_F(TimerWheel, ATickFarFromZeroFiresWhenItsTimeComes) {
+   loop.virtualTimeIs(262144, 0);
+   auto a = timer("a"), b = timer("b");
+   a->timeMinIs(262144.04);
+   b->timeMinIs(262144.1);
+   loop.runUntil(262145);
+   EXPECT_EQ(log, (Strings{"a at 262144040", "b at 262144100"}));
+   EXPECT_EQ(wheel->pending(), 0u);
+}
+
 TEST_F(TimerWheel, ACallbackMayDropTheLastUseOfTheWheel) {
    struct Owner {
       Pondo::Ptr<Brim::TimerWheel> wheel;

@@ -204,7 +204,11 @@ class CfUpdateModule final : public Module {
       }
       records.status->statusIs(kCfUpdate);
       for (const Event& e : w.scenario.timeline()) {
-         if (e.kind == "cfUpdate") chassisIntf(w, e.body["intf"]);
+         if (e.kind != "cfUpdate") continue;
+         const IntfId i = chassisIntf(w, e.body["intf"]);
+         if (!intfs_.count(i)) {
+            w.scenario.fail(e.body["intf"], fmt::format("{} has no entry in the 'cfUpdate' section", i));
+         }
       }
       actions_ = w.sysdb->entityIs<PtpActions>("ptp/actions");
       em_ = Kiv::make<Statebase::EntityManager>();

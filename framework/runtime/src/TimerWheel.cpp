@@ -52,7 +52,12 @@ void TimerWheel::remove(Timer* t) {
 // they were set within a tick. Callbacks may set, move or destroy any timer.
 void TimerWheel::expire() {
    Pondo::Ptr<TimerWheel> hold(this);  // a callback may drop the last use of the wheel
-   const auto due = std::int64_t(std::floor(Kiv::currentTime() / tick_ + 1e-9));
+   const Kiv::Seconds now = Kiv::currentTime();
+   auto due = std::int64_t(std::floor(now / tick_ + 1e-9));
+   // Far from zero the margin above is below the resolution of a double: a
+   // tick whose wake-up, computed as rearm() computes it, has come is due,
+   // or the wheel would wake at that time for ever.
+   while (double(due + 1) * tick_ <= now) ++due;
    const auto mask = std::int64_t(buckets_.size()) - 1;
    for (std::int64_t t = std::max(done_ + 1, due - mask); t <= due && pending_; ++t) {
       done_ = t;
