@@ -116,6 +116,24 @@ TEST_F(Activity, CallbacksMaySetMoveAndCancelWakeUps) {
    EXPECT_EQ(log, (Strings{"tick at 101", "moved at 101.5", "tick at 102", "tick at 103"}));
 }
 
+// A loop of one's own: its timers wait on it, whatever the global loop does.
+TEST_F(Activity, AWakeUpWaitsOnTheLoopOfItsClock) {
+   Kiv::ActivityManager own;
+   own.virtualTimeIs(0, 0);
+   const std::size_t global = loop.pendingTimers();
+   bool fired = false;
+   ClockTimer t(own.clock(), [&] { fired = true; });
+   t.timeMinIs(1);
+   EXPECT_EQ(own.pendingTimers(), 1u);
+   EXPECT_EQ(loop.pendingTimers(), global);
+   loop.runFor(5);
+   EXPECT_FALSE(fired);
+   own.runUntil(2);
+   EXPECT_TRUE(fired);
+   EXPECT_EQ(own.clock()->now(), 2);
+   EXPECT_EQ(Kiv::currentTime(), 105);
+}
+
 TEST_F(Activity, ANaNDeadlineIsRejectedNamingTheTimer) {
    auto early = timer("early"), broken = timer("broken"), late = timer("late");
    early->timeMinIs(101);

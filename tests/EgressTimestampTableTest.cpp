@@ -73,6 +73,25 @@ TEST_F(EgressTimestampTableTest, EachCompletionCarriesItsRequestsTag) {
    EXPECT_EQ(tags, (std::vector<std::uint32_t>{7, 0, 0xFFFFFFFF}));
 }
 
+// The request keeps its own copy of the callback: the one given may go at once.
+TEST_F(EgressTimestampTableTest, ARequestOwnsItsCallback) {
+   table->doInit(chip->unit(), em, chip->gif());
+   device->send(slot, 9);
+   {
+      EgressTimestampTable::ReadCallback passing = [this](const EgressTsSwTableKey& k, const EgressTimestampEntry& e,
+                                                          std::uint32_t tag) {
+         reads.emplace_back(k, e);
+         tags.push_back(tag + 1);
+      };
+      table->read(slot, passing, 4);
+      passing = record;  // the caller reuses its storage before the read completes
+   }
+   Kiv::activityManager().runReady();
+   ASSERT_EQ(reads.size(), 1u);
+   EXPECT_EQ(reads[0].second.sequenceId, 9);
+   EXPECT_EQ(tags, (std::vector<std::uint32_t>{5}));
+}
+
 TEST_F(EgressTimestampTableTest, CancelledReadsAreNotDelivered) {
    table->doInit(chip->unit(), em, chip->gif());
    device->send(slot, 1);

@@ -29,9 +29,7 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
       timerWheel_(Kiv::nonNull(timerWheel, "timerWheel")),
       simulation_(simulationVmidSet()),
-      kivTimerWheel_(timerWheel_, [this] { handleTimer(); }),
-      drainCallback_([this](const Key& k, const Entry& e, std::uint32_t) { callbackDrainFifo(k, e); }),
-      timestampCallback_([this](const Key& k, const Entry& e, std::uint32_t request) { timestampRead(k, e, request); }) {}
+      kivTimerWheel_(timerWheel_, [this] { handleTimer(); }) {}
 
 // Changes heard during construction are ignored: onConstruct walks both inputs
 // once the table exists.
@@ -170,7 +168,9 @@ void VyrEgressTsArmLogicalFapSm::sendFifoDrainReadReq(IntfId intfId) {
    trace(8, "logicalFapId: {}, intfId: {}", logicalFapId_, intfId);
    const Key key = swTableKey(intfId);
    swIndexToIntfIs(key, intfId);
-   if (egressTsTable_) egressTsTable_->read(key, drainCallback_);
+   if (egressTsTable_) {
+      egressTsTable_->read(key, [this](const Key& k, const Entry& e, std::uint32_t) { callbackDrainFifo(k, e); });
+   }
 }
 
 // Drained entries are dropped. Nothing guards against a completion that
@@ -223,7 +223,10 @@ void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
          swIndexToIntfIs(p.key, p.intf);
          p.mapped = swIndexWrites_;
       }
-      if (egressTsTable_) egressTsTable_->read(p.key, timestampCallback_, request);
+      if (egressTsTable_) {
+         egressTsTable_->read(
+             p.key, [this](const Key& k, const Entry& e, std::uint32_t r) { timestampRead(k, e, r); }, request);
+      }
    }
 }
 

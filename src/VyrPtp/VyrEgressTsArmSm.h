@@ -170,9 +170,6 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    // Counts the changes of swIndexToIntf.
    std::uint32_t swIndexWrites_ = 1;
    Brim::TimerWheel::Timer kivTimerWheel_;
-   // Outstanding reads point at these; onDestruct cancels the reads.
-   const Asic::EgressTimestampTable::ReadCallback drainCallback_;
-   const Asic::EgressTimestampTable::ReadCallback timestampCallback_;
 };
 
 // Passes on the interfaces that need egress timestamps, except those whose

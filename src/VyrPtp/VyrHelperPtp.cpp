@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <fmt/printf.h>
+
 #include "Platform/File.h"
 
 namespace VyrPtp {
@@ -176,16 +178,14 @@ U64 TimestampFetcher::hpxTimestamp(const Pondo::String& timestampType) {
 }
 
 void TimestampFetcher::traceNotIncreased(U64 current) const {
-   trace.printf(0,
-                "[WARNING] HPX TS did not increase: current = %lu = 0x%llx, previous = %lu = 0x%llx, error count = %u",
-                current, current, prevHpxTime_, prevHpxTime_, errors_);
+   trace(0, "[WARNING] HPX TS did not increase: current = {} = 0x{:x}, previous = {} = 0x{:x}, error count = {}",
+         current, current, prevHpxTime_, prevHpxTime_, errors_);
 }
 
 U64 TimestampFetcher::hpxTimestampWithNoRetry(const Pondo::String& timestampType) {
    Kiv::kassert(timestampType == "ptp_timestamp", "timestampType == \"ptp_timestamp\"");
    const U64 current = readHpxCounter(timestampType);
-   trace.printf(5, "HPX TS: current = %lu = 0x%llx, previous = %lu = 0x%llx", current, current, prevHpxTime_,
-                prevHpxTime_);
+   trace(5, "HPX TS: current = {} = 0x{:x}, previous = {} = 0x{:x}", current, current, prevHpxTime_, prevHpxTime_);
    U64 result = current;
    // An equal value passes; only a strict decrease is an error here.
    if (std::int64_t(current - prevHpxTime_) < 0) {
@@ -204,8 +204,7 @@ U64 TimestampFetcher::hpxTimestampWithRetry(const Pondo::String& timestampType) 
    U64 current;
    for (;;) {
       current = readHpxCounter(timestampType);
-      trace.printf(5, "HPX TS: current = %lu = 0x%llx, previous = %lu = 0x%llx", current, current, prevHpxTime_,
-                   prevHpxTime_);
+      trace(5, "HPX TS: current = {} = 0x{:x}, previous = {} = 0x{:x}", current, current, prevHpxTime_, prevHpxTime_);
       // Unlike the single read, an unchanged value counts as not increased.
       const std::int64_t step = std::int64_t(current - prevHpxTime_);
       if (step > 0) break;

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include <fmt/printf.h>
+
 #include "Kiv/Activity.h"
 #include "Utils/SliceName.h"
 

@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include <fmt/printf.h>
+
 namespace VyrPtp::Location {
 
 namespace {

@@ -29,10 +29,10 @@ void EgressTimestampTable::publishMountInfo() {
    }
 }
 
-void EgressTimestampTable::read(const Key& key, const ReadCallback& done, std::uint32_t tag) {
+void EgressTimestampTable::read(const Key& key, ReadCallback done, std::uint32_t tag) {
    Kiv::kassert(device_, "egress timestamp table read before doInit");
    if (pending_.empty()) completion_.timeMinIs(Kiv::currentTime());  // one completion pass per batch
-   pending_.push_back({key, tag, &done});
+   pending_.push_back({key, tag, done});
 }
 
 // Drops every read not yet delivered, also those of a completion pass under way.
@@ -49,7 +49,7 @@ void EgressTimestampTable::complete() {
       const Request r = completing_[i];
       const Entry e = device_->egressTimestampRead(r.key);
       ++readsCompleted_;
-      (*r.done)(r.key, e, r.tag);
+      r.done(r.key, e, r.tag);
    }
    completing_.clear();
 }

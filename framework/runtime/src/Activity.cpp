@@ -20,14 +20,14 @@ void sleepUntil(Seconds t) {
 
 }  // namespace
 
-Seconds Clock::now() const { return activityManager().currentTime(); }
+Seconds Clock::now() const { return loop_->currentTime(); }
 
 ActivityManager& activityManager() {
    static ActivityManager m;
    return m;
 }
 
-ActivityManager::ActivityManager() : clock_(make<Clock>()) {}
+ActivityManager::ActivityManager() : clock_(make<Clock>(*this)) {}
 
 void ActivityManager::virtualTimeIs(Seconds start, Seconds utcAtStart) {
    virtual_ = true;
@@ -97,7 +97,7 @@ void ClockTimer::timeMinIs(Seconds t) {
    if (std::isnan(t)) {
       throw Error(fmt::format("deadline NaN for the clock timer of {}", Pondo::typeName(onTime_.target_type())));
    }
-   ActivityManager& loop = activityManager();
+   ActivityManager& loop = clock_->loop();
    if (scheduled_) {
       loop.cancel(this);
       scheduled_ = false;

@@ -5,12 +5,12 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <vector>
 
 #include "Asic/ChipInfo.h"
 #include "Kiv/Activity.h"
 #include "Pondo/Enum.h"
+#include "Pondo/InplaceFunction.h"
 #include "Statebase/EntityManager.h"
 
 namespace Asic {
@@ -43,7 +43,7 @@ class EgressTimestampTable : public Kiv::Entity {
    using Entry = EgressTimestampEntry;
    // Completion of a read: the key read, what the slot held, and the tag the
    // request was given (the requester's note of what it asked for).
-   using ReadCallback = std::function<void(const Key&, const Entry&, std::uint32_t tag)>;
+   using ReadCallback = Pondo::InplaceFunction<void(const Key&, const Entry&, std::uint32_t tag)>;
 
    explicit EgressTimestampTable(PortType portType = PortType::network) : portType_(portType) {}
 
@@ -57,10 +57,10 @@ class EgressTimestampTable : public Kiv::Entity {
    void publishMountInfo();
 
    // Requests a read of `key`; `done` runs on the activity loop once the read
-   // has completed. `done` must stay alive until then (requests keep a
-   // pointer to it, so issuing a read allocates nothing once the queue has
-   // grown), or the owner cancels the outstanding reads first.
-   void read(const Key& key, const ReadCallback& done, std::uint32_t tag = 0);
+   // has completed. The request keeps its own copy of `done` (issuing a read
+   // allocates nothing once the queue has grown); what `done` calls into must
+   // stay alive until then, or its owner cancels the outstanding reads first.
+   void read(const Key& key, ReadCallback done, std::uint32_t tag = 0);
    void readsCancel();
    std::size_t pendingReads() const { return pending_.size(); }
    std::uint64_t readsCompleted() const { return readsCompleted_; }
@@ -69,7 +69,7 @@ class EgressTimestampTable : public Kiv::Entity {
    struct Request {
       Key key;
       std::uint32_t tag;
-      const ReadCallback* done;
+      ReadCallback done;
    };
    void complete();
 

@@ -18,12 +18,18 @@ namespace Kiv {
 using Seconds = double;
 inline constexpr Seconds kNever = std::numeric_limits<Seconds>::infinity();
 
+class ActivityManager;
 class ClockTimer;
 
-// The activity loop's clock.
+// The clock of one activity loop: its time, and the loop its timers wait on.
 class Clock : public Entity {
   public:
+   explicit Clock(ActivityManager& loop) : loop_(&loop) {}
    Seconds now() const;
+   ActivityManager& loop() const { return *loop_; }
+
+  private:
+   ActivityManager* loop_;
 };
 
 class ActivityManager {
@@ -81,7 +87,8 @@ ActivityManager& activityManager();
 inline Seconds currentTime() { return activityManager().currentTime(); }
 inline Seconds currentTimeUtc() { return activityManager().currentTimeUtc(); }
 
-// A one-shot wake-up on the clock: `onTime` runs once at or after timeMin.
+// A one-shot wake-up on a clock: `onTime` runs once at or after timeMin, when
+// the loop of that clock runs.
 // Setting timeMin again moves the deadline; kNever (infinity) cancels it, and
 // NaN is refused with Kiv::Error naming the timer by its callback's type.
 class ClockTimer {

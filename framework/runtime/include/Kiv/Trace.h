@@ -10,7 +10,6 @@
 #pragma once
 
 #include <fmt/format.h>
-#include <fmt/printf.h>
 
 #include <cstdint>
 #include <functional>
@@ -36,15 +35,24 @@ struct TraceRecord {
    std::string_view message;
 };
 
-// A message format together with where it was written.
-struct TraceFormat {
+// A message format together with where it was written. The format is checked
+// against the argument types at compile time, so a trace that is off in
+// production cannot hold a format that would fail once it is switched on:
+//
+//   trace(8, "intf: {}", intfId);       // compiles
+//   trace(8, "intf: {:d}", "Et1");      // does not: 'd' is no string format
+template <class... A>
+struct BasicTraceFormat {
    template <class S>
       requires std::is_convertible_v<const S&, std::string_view>
-   TraceFormat(const S& s, std::source_location l = std::source_location::current())  // NOLINT
+   consteval BasicTraceFormat(const S& s, std::source_location l = std::source_location::current())  // NOLINT
        : text(s), where(l) {}
-   std::string_view text;
+   fmt::format_string<A...> text;
    std::source_location where;
 };
+// The format of a message with arguments `A` (not deduced from the format).
+template <class... A>
+using TraceFormat = BasicTraceFormat<std::type_identity_t<A>...>;
 
 class Tracer {
   public:
@@ -60,17 +68,10 @@ class Tracer {
 
    // "{}"-style message.
    template <class... A>
-   void operator()(TraceLevel level, TraceFormat f, const A&... a) const {
+   void operator()(TraceLevel level, TraceFormat<A...> f, const A&... a) const {
       if (!enabled(level)) [[likely]]
          return;
       emit(level, f.where, fmt::vformat(f.text, fmt::make_format_args(a...)));
-   }
-   // printf-style message.
-   template <class... A>
-   void printf(TraceLevel level, TraceFormat f, const A&... a) const {
-      if (!enabled(level)) [[likely]]
-         return;
-      emit(level, f.where, fmt::sprintf(f.text, a...));
    }
    void emit(TraceLevel level, const std::source_location& where, std::string_view message) const;
 
@@ -132,14 +133,14 @@ using Pondo::fatal;
 
 // The failing side of kassert, kept out of line and away from hot code.
 template <class... A>
-[[noreturn, gnu::noinline, gnu::cold]] void kassertFailed(const TraceFormat& f, const A&... a) {
+[[noreturn, gnu::noinline, gnu::cold]] void kassertFailed(const TraceFormat<A...>& f, const A&... a) {
    fatal(fmt::vformat(f.text, fmt::make_format_args(a...)), f.where);
 }
 
 // Assertion: when `ok` is false, formats the message ("{}" placeholders) and
 // stops the process. A holding assertion costs the test alone.
 template <class C, class... A>
-[[gnu::always_inline]] inline void kassert(const C& ok, TraceFormat f, const A&... a) {
+[[gnu::always_inline]] inline void kassert(const C& ok, TraceFormat<A...> f, const A&... a) {
    if (static_cast<bool>(ok)) [[likely]]
       return;
    kassertFailed(f, a...);

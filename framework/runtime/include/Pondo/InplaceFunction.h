@@ -1,0 +1,43 @@
+// A callable held by value in a few bytes: what a request keeps to report back
+// to its requester. It takes any trivially copyable callable up to `Size`
+// bytes (a lambda capturing `this` and a value or two), so copying one is a
+// plain copy and nothing is allocated; unlike a borrowed std::function, it
+// never points into storage its caller may have let go.
+//
+//   Pondo::InplaceFunction<void(int)> done = [this](int n) { handled_ += n; };
+//   auto kept = done;  // a copy, independent of `done`
+//   kept(2);
+#pragma once
+
+#include <cstddef>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+namespace Pondo {
+
+template <class Signature, std::size_t Size = 2 * sizeof(void*)>
+class InplaceFunction;
+
+template <class R, class... A, std::size_t Size>
+class InplaceFunction<R(A...), Size> {
+  public:
+   template <class F>
+      requires(!std::is_same_v<std::decay_t<F>, InplaceFunction> && std::is_trivially_copyable_v<std::decay_t<F>> &&
+               sizeof(std::decay_t<F>) <= Size && alignof(std::decay_t<F>) <= alignof(void*) &&
+               std::is_invocable_r_v<R, const std::decay_t<F>&, A...>)
+   InplaceFunction(F&& f)  // NOLINT(google-explicit-constructor): a callable converts like to std::function
+       : call_([](const void* s, A... a) -> R {
+            return (*static_cast<const std::decay_t<F>*>(s))(std::forward<A>(a)...);
+         }) {
+      ::new (static_cast<void*>(storage_)) std::decay_t<F>(std::forward<F>(f));
+   }
+
+   R operator()(A... a) const { return call_(storage_, std::forward<A>(a)...); }
+
+  private:
+   alignas(void*) unsigned char storage_[Size];
+   R (*call_)(const void*, A...);
+};
+
+}  // namespace Pondo
