@@ -3,10 +3,10 @@
 // of an ASIC time file, and reading the simulated FPGA's PTP counter.
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
+#include <cstdio>
 
 #include <filesystem>
 #include <fstream>

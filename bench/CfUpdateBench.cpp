@@ -37,7 +37,8 @@ struct Chassis {
    }
    std::uint64_t commits() const {
       std::uint64_t n = 0;
-      for (const auto& d : devices) n += d->commits(Asic::RxCfControlTable::name) + d->commits(Asic::TxCfControlTable::name);
+      for (const auto& d : devices)
+         n += d->commits(Asic::RxCfControlTable::name) + d->commits(Asic::TxCfControlTable::name);
       return n;
    }
 };

@@ -16,11 +16,10 @@
 #include <vector>
 
 #include "AllocationCounter.h"
-#include "SameRun.h"
 #include "Hpx/SimHam.h"
 #include "Platform/ProductAttributes.h"
+#include "SameRun.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
-
 
 namespace {
 
@@ -123,8 +122,8 @@ double pollTicks(benchmark::State& state, bool simulation) {
       state.SkipWithError("not every interface was polled once per tick");
    }
    const double polled = double(chassis.polled);
-   state.counters["ns_per_intf"] = benchmark::Counter(ticks * polled / 1e9, benchmark::Counter::kIsRate |
-                                                                                 benchmark::Counter::kInvert);
+   state.counters["ns_per_intf"] =
+       benchmark::Counter(ticks * polled / 1e9, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
    state.counters["allocs_per_tick"] = double(allocations.load() - allocated) / ticks;
    state.counters["allocs_per_intf"] = double(allocations.load() - allocated) / ticks / polled;
    return spent / ticks / polled;
@@ -153,13 +152,20 @@ BENCHMARK(BM_PollTickWithFpgaFetcher)->Apply(chassisSizes);
 // A full chassis at the 4 ms poll period: share of one core.
 void chassisAtPeriod(benchmark::State& state, bool simulation) {
    pollTicks(state, simulation);
-   state.counters["cpu_share_pct"] =
-       benchmark::Counter(double(state.iterations()) * 0.004 / 100, benchmark::Counter::kIsRate |
-                                                                        benchmark::Counter::kInvert);
+   state.counters["cpu_share_pct"] = benchmark::Counter(double(state.iterations()) * 0.004 / 100,
+                                                        benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 void BM_ChassisCpuShareSimulationMode(benchmark::State& state) { chassisAtPeriod(state, true); }
-BENCHMARK(BM_ChassisCpuShareSimulationMode)->Args({32, 36})->Args({32, 1000})->ArgNames({"chips", "intfs"})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ChassisCpuShareSimulationMode)
+    ->Args({32, 36})
+    ->Args({32, 1000})
+    ->ArgNames({"chips", "intfs"})
+    ->Unit(benchmark::kMicrosecond);
 void BM_ChassisCpuShareWithFpgaFetcher(benchmark::State& state) { chassisAtPeriod(state, false); }
-BENCHMARK(BM_ChassisCpuShareWithFpgaFetcher)->Args({32, 36})->Args({32, 1000})->ArgNames({"chips", "intfs"})->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ChassisCpuShareWithFpgaFetcher)
+    ->Args({32, 36})
+    ->Args({32, 1000})
+    ->ArgNames({"chips", "intfs"})
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

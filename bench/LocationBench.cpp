@@ -64,8 +64,8 @@ struct Machines {
 
    explicit Machines(const Chassis& c)
        : locationSm(Location::vyrPtpLocationSmFactory(c.hwConfig, location, c.timeSyncConfig, c.egress)),
-         hwStatusSm(Location::vyrPtpHwStatusSmFactory(c.unit, c.hwConfig, location, c.islands, c.timeSync, true,
-                                                      hwStatus)) {}
+         hwStatusSm(
+             Location::vyrPtpHwStatusSmFactory(c.unit, c.hwConfig, location, c.islands, c.timeSync, true, hwStatus)) {}
 };
 
 void BM_BuildBothMachines_1000Intfs_32Chips(benchmark::State& state) {
@@ -107,7 +107,8 @@ void BM_TimeSyncStateChange_ChipOf36Intfs(benchmark::State& state) {
    PtpTimeSync::SwitchStatus* chip0 = c.timeSync->entityIs<PtpTimeSync::HwStatus>("Linecard0")->switchAsic("Fap0");
    bool stable = true;
    for (auto _ : state) chip0->stateIs((stable = !stable) ? 5 : 4);
-   if (m.hwStatus->intfStatus(intfOf(32))->intfReadyForTxPacket() != stable) state.SkipWithError("readiness not followed");
+   if (m.hwStatus->intfStatus(intfOf(32))->intfReadyForTxPacket() != stable)
+      state.SkipWithError("readiness not followed");
 }
 BENCHMARK(BM_TimeSyncStateChange_ChipOf36Intfs)->Unit(benchmark::kMicrosecond);
 

@@ -101,8 +101,8 @@ void BM_ReadinessPassPerInterface(benchmark::State& state) {
    bool flag = true;
    for (auto _ : state) s.actions->generationIs({s.actions->generation().counter, flag = !flag});
    if (s.hwChanges.changes != 0) state.SkipWithError("a pass without news published");
-   state.counters["perInterface"] =
-       benchmark::Counter(double(state.iterations()) * kInterfaces, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
+   state.counters["perInterface"] = benchmark::Counter(double(state.iterations()) * kInterfaces,
+                                                       benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_ReadinessPassPerInterface)->Unit(benchmark::kMicrosecond);
 

@@ -42,8 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
    s.invalidTraces = 0;
    const VyrPtp::U64 value = s.fetcher->readHpxCounter("ptp_timestamp");
 
-   const bool digitsOnly = !visible.empty() && visible.size() <= 19 &&
-                           visible.find_first_not_of("0123456789") == std::string::npos;
+   const bool digitsOnly =
+       !visible.empty() && visible.size() <= 19 && visible.find_first_not_of("0123456789") == std::string::npos;
    if (digitsOnly) {
       VyrPtp::U64 expected = 0;
       std::from_chars(visible.data(), visible.data() + visible.size(), expected);

@@ -10,8 +10,8 @@
 #include <limits>
 #include <string>
 
-#include "Kiv/Activity.h"
 #include "HtmlReport.h"
+#include "Kiv/Activity.h"
 #include "Simulation.h"
 #include "TextReport.h"
 

@@ -30,11 +30,20 @@ std::string esc(const std::string& s) {
    std::string out;
    for (char c : s) {
       switch (c) {
-         case '<': out += "&lt;"; break;
-         case '>': out += "&gt;"; break;
-         case '&': out += "&amp;"; break;
-         case '"': out += "&quot;"; break;
-         default: out += c;
+         case '<':
+            out += "&lt;";
+            break;
+         case '>':
+            out += "&gt;";
+            break;
+         case '&':
+            out += "&amp;";
+            break;
+         case '"':
+            out += "&quot;";
+            break;
+         default:
+            out += c;
       }
    }
    return out;
@@ -56,15 +65,17 @@ std::string axis(double y, double duration) {
    std::string s = fmt::format(R"(<line x1="{}" y1="{}" x2="{}" y2="{}" class="axis"/>)", kLabel, y, kLabel + kPlot, y);
    for (double t = 0; t <= duration + 1e-9; t += step) {
       const double x = kLabel + kPlot * t / duration;
-      s += fmt::format(R"(<line x1="{0}" y1="{1}" x2="{0}" y2="{2}" class="axis"/><text x="{0}" y="{3}" class="tick">{4:g} s</text>)",
-                       x, y, y + 4, y + 15, t);
+      s += fmt::format(
+          R"(<line x1="{0}" y1="{1}" x2="{0}" y2="{2}" class="axis"/><text x="{0}" y="{3}" class="tick">{4:g} s</text>)",
+          x, y, y + 4, y + 15, t);
    }
    return s;
 }
 
 std::string svg(double height, const std::string& body, const std::string& label) {
-   return fmt::format(R"(<svg xmlns="http://www.w3.org/2000/svg" width="{0}" height="{1}" viewBox="0 0 {0} {1}" role="img" aria-label="{2}">{3}</svg>)",
-                      kWidth, height, esc(label), body);
+   return fmt::format(
+       R"(<svg xmlns="http://www.w3.org/2000/svg" width="{0}" height="{1}" viewBox="0 0 {0} {1}" role="img" aria-label="{2}">{3}</svg>)",
+       kWidth, height, esc(label), body);
 }
 
 std::string legend(const std::vector<std::pair<std::string, std::string>>& items) {
@@ -113,8 +124,9 @@ class Page {
       body += losses();
       body += widenings();
       body += attention();
-      body += fmt::format(R"(<h2 id="text">Summary as text</h2><details><summary>every module's numbers</summary><pre>{}</pre></details>)",
-                          esc(textReport(doc_)));
+      body += fmt::format(
+          R"(<h2 id="text">Summary as text</h2><details><summary>every module's numbers</summary><pre>{}</pre></details>)",
+          esc(textReport(doc_)));
       return fmt::format(R"(<!DOCTYPE html>
 <html lang="en"><head><meta charset="utf-8"><title>{0} - run report</title>
 <style>{1}</style></head>
@@ -161,9 +173,10 @@ document.body.dataset.scriptRan = 'yes';
    double x(double t) const { return kLabel + kPlot * std::clamp(t / duration_, 0.0, 1.0); }
 
    std::string overview() {
-      std::string s = fmt::format(R"(<p class="note">{} &middot; {:g} s simulated &middot; {:g} loop events</p><div class="figures">)",
-                                  esc(path(doc_, {"scenario", "origin"}) ? path(doc_, {"scenario", "origin"})->string() : ""),
-                                  num(path(doc_, {"run", "simulated"})), num(path(doc_, {"run", "loopEvents"})));
+      std::string s = fmt::format(
+          R"(<p class="note">{} &middot; {:g} s simulated &middot; {:g} loop events</p><div class="figures">)",
+          esc(path(doc_, {"scenario", "origin"}) ? path(doc_, {"scenario", "origin"})->string() : ""),
+          num(path(doc_, {"run", "simulated"})), num(path(doc_, {"run", "loopEvents"})));
       auto figure = [&](const std::string& what, const std::string& value) {
          s += fmt::format("<div>{}<b>{}</b></div>", esc(what), esc(value));
       };
@@ -173,7 +186,8 @@ document.body.dataset.scriptRan = 'yes';
          figure("chips / interfaces", fmt::format("{} / {:g}", chips->members().size(), intfs));
       }
       if (const Json* t = path(doc_, {"modules", "readiness", "total"})) {
-         figure("ready at the end", fmt::format("{:g} of {:g}", num(t->find("ready")), num(t->find("ready")) + num(t->find("notReady"))));
+         figure("ready at the end",
+                fmt::format("{:g} of {:g}", num(t->find("ready")), num(t->find("ready")) + num(t->find("notReady"))));
       }
       if (const Json* t = path(doc_, {"modules", "egress-collection", "total"})) {
          figure("timestamps published", fmt::format("{:g} of {:g}", num(t->find("published")), num(t->find("sent"))));
@@ -188,28 +202,33 @@ document.body.dataset.scriptRan = 'yes';
       if (!events || events->items().empty()) return R"(<h2 id="timeline">Timeline</h2><p>No events.</p>)";
       std::vector<std::string> kinds;
       for (const Json& e : events->items()) {
-         if (std::find(kinds.begin(), kinds.end(), e.find("kind")->string()) == kinds.end()) kinds.push_back(e.find("kind")->string());
+         if (std::find(kinds.begin(), kinds.end(), e.find("kind")->string()) == kinds.end())
+            kinds.push_back(e.find("kind")->string());
       }
       std::string body, rows;
       for (std::size_t k = 0; k < kinds.size(); ++k) {
          const double y = double(k) * kRow;
-         body += fmt::format(R"(<rect x="{}" y="{}" width="{}" height="{}" fill="{}"/><text x="{}" y="{}" class="label">{}</text>)",
-                             kLabel, y, kPlot, kRow, k % 2 ? "#fff" : "#f1f3f5", kLabel - 6, y + 12, esc(kinds[k]));
+         body += fmt::format(
+             R"(<rect x="{}" y="{}" width="{}" height="{}" fill="{}"/><text x="{}" y="{}" class="label">{}</text>)",
+             kLabel, y, kPlot, kRow, k % 2 ? "#fff" : "#f1f3f5", kLabel - 6, y + 12, esc(kinds[k]));
       }
       for (const Json& e : events->items()) {
          const std::string& kind = e.find("kind")->string();
          const auto lane = double(std::find(kinds.begin(), kinds.end(), kind) - kinds.begin());
          const std::string what = fmt::format("{:g} s {} {} (line {:g})", e.find("at")->number(), kind,
                                               e.find("body")->string(), e.find("line")->number());
-         body += fmt::format(R"(<circle cx="{}" cy="{}" r="4.5" fill="#1c7ed6" stroke="#fff"><title>{}</title></circle>)",
-                             x(e.find("at")->number()), lane * kRow + kRow / 2, esc(what));
-         rows += fmt::format(R"(<tr><td class="n">{:g}</td><td>{}</td><td>{}</td><td class="n">{:g}</td></tr>)",
-                             e.find("at")->number(), esc(kind), esc(e.find("body")->string()), e.find("line")->number());
+         body +=
+             fmt::format(R"(<circle cx="{}" cy="{}" r="4.5" fill="#1c7ed6" stroke="#fff"><title>{}</title></circle>)",
+                         x(e.find("at")->number()), lane * kRow + kRow / 2, esc(what));
+         rows +=
+             fmt::format(R"(<tr><td class="n">{:g}</td><td>{}</td><td>{}</td><td class="n">{:g}</td></tr>)",
+                         e.find("at")->number(), esc(kind), esc(e.find("body")->string()), e.find("line")->number());
       }
       const double h = double(kinds.size()) * kRow;
       body += axis(h, duration_);
       return R"(<h2 id="timeline">Timeline</h2>)" + svg(h + kAxis, body, "timeline of the scenario's events") +
-             "<details><summary>every event</summary><table><tr><th>at (s)</th><th>event</th><th>settings</th><th>line</th></tr>" +
+             "<details><summary>every event</summary><table><tr><th>at "
+             "(s)</th><th>event</th><th>settings</th><th>line</th></tr>" +
              rows + "</table></details>";
    }
 
@@ -227,10 +246,12 @@ document.body.dataset.scriptRan = 'yes';
          for (int b = 0; b < kBuckets; ++b) {
             const double t = duration_ * (b + 0.5) / kBuckets;
             double ready = 0;
-            for (const auto& [name, intf] : intfs.members()) ready += readyAt(path(intf, {"readinessAggregator", "history"}), t);
+            for (const auto& [name, intf] : intfs.members())
+               ready += readyAt(path(intf, {"readinessAggregator", "history"}), t);
             const double share = intfs.members().empty() ? 0 : ready / double(intfs.members().size());
-            body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"/>)", x(duration_ * b / kBuckets), y,
-                                kPlot / kBuckets + 0.3, kRow - 2, shade(share < 1 ? 0.75 * share : 1));
+            body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"/>)",
+                                x(duration_ * b / kBuckets), y, kPlot / kBuckets + 0.3, kRow - 2,
+                                shade(share < 1 ? 0.75 * share : 1));
          }
          body += fmt::format(R"(<text x="{}" y="{}" class="label">chip {}</text>)", kLabel - 6, y + 11, esc(fap));
          y += kRow;
@@ -238,7 +259,10 @@ document.body.dataset.scriptRan = 'yes';
       }
       body += axis(y, duration_);
       s += svg(y + kAxis, body, "share of each chip's interfaces ready over time");
-      s += legend({{shade(0), "no interface ready"}, {shade(0.375), "half ready"}, {shade(0.74), "all but a few ready"}, {shade(1), "all ready"}});
+      s += legend({{shade(0), "no interface ready"},
+                   {shade(0.375), "half ready"},
+                   {shade(0.74), "all but a few ready"},
+                   {shade(1), "all ready"}});
       s += R"(<p class="note">Per interface (click a chip): ready spans, and where it is timestamped.</p>)" + drill;
       s += locationTable(egress);
       return s;
@@ -249,14 +273,16 @@ document.body.dataset.scriptRan = 'yes';
       double y = 0;
       for (const auto& [name, intf] : intfs.members()) {
          const Json* history = path(intf, {"readinessAggregator", "history"});
-         body += fmt::format(R"(<rect x="{}" y="{}" width="{}" height="{}" fill="{}"/>)", kLabel, y + 2, kPlot, kRow - 6, kBad);
+         body += fmt::format(R"(<rect x="{}" y="{}" width="{}" height="{}" fill="{}"/>)", kLabel, y + 2, kPlot,
+                             kRow - 6, kBad);
          const auto& changes = history ? history->items() : kNoItems;
          for (std::size_t i = 0; i < changes.size(); ++i) {
             if (!changes[i].items()[1].boolean()) continue;
             const double from = changes[i].items()[0].number();
             const double to = i + 1 < changes.size() ? changes[i + 1].items()[0].number() : duration_;
-            body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"><title>{} ready {:g} to {:g} s</title></rect>)",
-                                x(from), y + 2, std::max(0.5, x(to) - x(from)), kRow - 6, kGood, esc(name), from, to);
+            body += fmt::format(
+                R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"><title>{} ready {:g} to {:g} s</title></rect>)",
+                x(from), y + 2, std::max(0.5, x(to) - x(from)), kRow - 6, kGood, esc(name), from, to);
          }
          // Timestamped at the PHY: a band along the strip's foot.
          const Json* location = egress && egress->find(name) ? path(*egress->find(name), {"locationHistory"}) : nullptr;
@@ -265,15 +291,16 @@ document.body.dataset.scriptRan = 'yes';
             if (moves[i].items()[1].string() != "externalPhy") continue;
             const double from = moves[i].items()[0].number();
             const double to = i + 1 < moves.size() ? moves[i + 1].items()[0].number() : duration_;
-            body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="3" fill="#7048e8"><title>{} timestamped at its PHY {:g} to {:g} s</title></rect>)",
-                                x(from), y + kRow - 4, std::max(0.5, x(to) - x(from)), esc(name), from, to);
+            body += fmt::format(
+                R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="3" fill="#7048e8"><title>{} timestamped at its PHY {:g} to {:g} s</title></rect>)",
+                x(from), y + kRow - 4, std::max(0.5, x(to) - x(from)), esc(name), from, to);
          }
          body += fmt::format(R"(<text x="{}" y="{}" class="label">{}</text>)", kLabel - 6, y + 11, esc(name));
          y += kRow;
       }
       body += axis(y, duration_);
-      return fmt::format("<details><summary>chip {} ({} interfaces)</summary>{}{}</details>", esc(fap), intfs.members().size(),
-                         svg(y + kAxis, body, "readiness of chip " + fap + "'s interfaces"),
+      return fmt::format("<details><summary>chip {} ({} interfaces)</summary>{}{}</details>", esc(fap),
+                         intfs.members().size(), svg(y + kAxis, body, "readiness of chip " + fap + "'s interfaces"),
                          legend({{kGood, "ready"}, {kBad, "not ready"}, {"#7048e8", "timestamped at its PHY"}}));
    }
 
@@ -290,11 +317,17 @@ document.body.dataset.scriptRan = 'yes';
             ++atChip;
             continue;
          }
-         rows += fmt::format(R"(<tr><td>chip {}</td><td class="n">{}</td><td class="n">{}</td><td>{}</td></tr>)", esc(fap),
-                             chip.find("interfaces")->members().size() - phy.size(), phy.size(), esc(fmt::format("{}", fmt::join(phy, ", "))));
+         rows += fmt::format(R"(<tr><td>chip {}</td><td class="n">{}</td><td class="n">{}</td><td>{}</td></tr>)",
+                             esc(fap), chip.find("interfaces")->members().size() - phy.size(), phy.size(),
+                             esc(fmt::format("{}", fmt::join(phy, ", "))));
       }
-      return fmt::format("<h3>Timestamp location at the end</h3><p>{} chips timestamp all their interfaces themselves.</p>", atChip) +
-             (rows.empty() ? "" : "<table><tr><th>chip</th><th>at the chip</th><th>at the PHY</th><th>interfaces at the PHY</th></tr>" + rows + "</table>");
+      return fmt::format(
+                 "<h3>Timestamp location at the end</h3><p>{} chips timestamp all their interfaces themselves.</p>",
+                 atChip) +
+             (rows.empty() ? ""
+                           : "<table><tr><th>chip</th><th>at the chip</th><th>at the PHY</th><th>interfaces at the "
+                             "PHY</th></tr>" +
+                                 rows + "</table>");
    }
 
    // Per chip the share of its published messages in each delay bucket, and the chassis's counts.
@@ -306,7 +339,8 @@ document.body.dataset.scriptRan = 'yes';
       std::vector<std::string> labels;
       const auto& e = edges->items();
       labels.push_back(fmt::format("&lt; {:g}", e.front().number()));
-      for (std::size_t i = 1; i < e.size(); ++i) labels.push_back(fmt::format("{:g}-{:g}", e[i - 1].number(), e[i].number()));
+      for (std::size_t i = 1; i < e.size(); ++i)
+         labels.push_back(fmt::format("{:g}-{:g}", e[i - 1].number(), e[i].number()));
       labels.push_back(fmt::format("&#8805; {:g}", e.back().number()));
       const double cell = kPlot / double(labels.size());
       std::string body;
@@ -316,24 +350,30 @@ document.body.dataset.scriptRan = 'yes';
          for (const Json& c : counts.items()) total += c.number();
          for (std::size_t i = 0; i < counts.items().size(); ++i) {
             const double n = counts.items()[i].number(), share = total > 0 ? n / total : 0;
-            body += fmt::format(R"svg(<rect x="{:.1f}" y="{}" width="{:.1f}" height="{}" fill="rgba(28,126,214,{:.3f})" stroke="#e9ecef"><title>{}: {:g} messages ({:.1f}%) {} ms</title></rect>)svg",
-                                kLabel + cell * double(i), y, cell, kRow, n > 0 ? 0.12 + 0.88 * share : 0, esc(label), n, share * 100, labels[i]);
+            body += fmt::format(
+                R"svg(<rect x="{:.1f}" y="{}" width="{:.1f}" height="{}" fill="rgba(28,126,214,{:.3f})" stroke="#e9ecef"><title>{}: {:g} messages ({:.1f}%) {} ms</title></rect>)svg",
+                kLabel + cell * double(i), y, cell, kRow, n > 0 ? 0.12 + 0.88 * share : 0, esc(label), n, share * 100,
+                labels[i]);
             if (n > 0) {
-               body += fmt::format(R"(<text x="{:.1f}" y="{}" class="tick" style="fill:{}">{:g}</text>)", kLabel + cell * (double(i) + 0.5), y + 12,
-                                   share > 0.5 ? "#fff" : "#212529", n);
+               body += fmt::format(R"(<text x="{:.1f}" y="{}" class="tick" style="fill:{}">{:g}</text>)",
+                                   kLabel + cell * (double(i) + 0.5), y + 12, share > 0.5 ? "#fff" : "#212529", n);
             }
          }
          body += fmt::format(R"(<text x="{}" y="{}" class="label">{}</text>)", kLabel - 6, y + 12, esc(label));
          y += kRow;
       };
-      for (const auto& [fap, chip] : m->find("chips")->members()) row("chip " + fap, *path(chip, {"total", "delayHistogram"}));
+      for (const auto& [fap, chip] : m->find("chips")->members())
+         row("chip " + fap, *path(chip, {"total", "delayHistogram"}));
       row("chassis", *path(*m, {"total", "delayHistogram"}));
       for (std::size_t i = 0; i < labels.size(); ++i) {
-         body += fmt::format(R"(<text x="{:.1f}" y="{}" class="tick">{}</text>)", kLabel + cell * (double(i) + 0.5), y + 14, labels[i]);
+         body += fmt::format(R"(<text x="{:.1f}" y="{}" class="tick">{}</text>)", kLabel + cell * (double(i) + 0.5),
+                             y + 14, labels[i]);
       }
-      body += fmt::format(R"(<text x="{}" y="{}" class="tick">milliseconds from latch to publication</text>)", kLabel + kPlot / 2, y + 30);
+      body += fmt::format(R"(<text x="{}" y="{}" class="tick">milliseconds from latch to publication</text>)",
+                          kLabel + kPlot / 2, y + 30);
       s += svg(y + 36, body, "latch-to-publish delay per chip");
-      s += R"(<p class="note">Each cell: messages published with that delay; darker is a larger share of the chip's messages.</p>)";
+      s +=
+          R"(<p class="note">Each cell: messages published with that delay; darker is a larger share of the chip's messages.</p>)";
       s += interfaceTables(*m, {"delayMs"}, "delays per interface (ms)");
       return s;
    }
@@ -369,11 +409,13 @@ document.body.dataset.scriptRan = 'yes';
          for (const Reason& r : kReasons) {
             const double n = count(t, r.key), w = sent > 0 ? kPlot * n / sent : 0;
             if (n <= 0) continue;
-            body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"><title>{}: {:g} {} ({:.2f}%)</title></rect>)", at, y + 1,
-                                std::max(w, 1.0), kRow - 3, r.colour, esc(label), n, r.text, 100 * n / sent);
+            body += fmt::format(
+                R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"><title>{}: {:g} {} ({:.2f}%)</title></rect>)",
+                at, y + 1, std::max(w, 1.0), kRow - 3, r.colour, esc(label), n, r.text, 100 * n / sent);
             at += w;
          }
-         body += fmt::format(R"(<text x="{}" y="{}" class="label">{} ({:g})</text>)", kLabel - 6, y + 11, esc(label), sent);
+         body +=
+             fmt::format(R"(<text x="{}" y="{}" class="label">{} ({:g})</text>)", kLabel - 6, y + 11, esc(label), sent);
          y += kRow;
       };
       for (const auto& [fap, chip] : m->find("chips")->members()) bar("chip " + fap, *chip.find("total"));
@@ -384,27 +426,33 @@ document.body.dataset.scriptRan = 'yes';
       s += svg(y + 22, body, "messages per chip by what became of them");
       std::vector<std::pair<std::string, std::string>> items;
       for (const Reason& r : kReasons) items.emplace_back(r.colour, r.text);
-      s += legend(items) + R"(<p class="note">Bars are shares of the messages sent (count in brackets); hover for the numbers.</p>)";
+      s += legend(items) +
+           R"(<p class="note">Bars are shares of the messages sent (count in brackets); hover for the numbers.</p>)";
       s += interfaceTables(*m, {"sent", "published", "lost", "inChip"}, "losses per interface");
       return s;
    }
 
-   // Per chip the worst verdict of each span of widenings via its time file and via the FPGA, over the time sources' faults.
+   // Per chip the worst verdict of each span of widenings via its time file and via the FPGA, over the time sources'
+   // faults.
    std::string widenings() {
       std::string s = R"(<h2 id="widenings">Widenings against the time sources' health</h2>)";
       const Json* m = module("asicTime");
       if (!m || !m->find("chips")) return s + "<p>No ASIC time section in this scenario.</p>";
       const double bucket = num(m->find("seriesBucket"), duration_);
-      static constexpr std::array<std::pair<const char*, const char*>, 5> kVerdicts{
-          {{"wrong", kBad}, {"badSource", "#9c36b5"}, {"noTime", "#868e96"}, {"notReady", "#74c0fc"}, {"correct", kGood}}};
+      static constexpr std::array<std::pair<const char*, const char*>, 5> kVerdicts{{{"wrong", kBad},
+                                                                                     {"badSource", "#9c36b5"},
+                                                                                     {"noTime", "#868e96"},
+                                                                                     {"notReady", "#74c0fc"},
+                                                                                     {"correct", kGood}}};
       std::string body;
       double y = 0;
       auto faultBand = [&](const Json* faults, const char* what) {
          body += fmt::format(R"(<rect x="{}" y="{}" width="{}" height="6" fill="#f1f3f5"/>)", kLabel, y + 1, kPlot);
          for (const Json& f : faults ? faults->items() : kNoItems) {
             const double from = f.find("from")->number(), to = num(f.find("until"), duration_);
-            body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="6" fill="#fa5252"><title>{} fault {} from {:g} to {:g} s</title></rect>)",
-                                x(from), y + 1, std::max(1.5, x(to) - x(from)), what, esc(f.find("fault")->string()), from, to);
+            body += fmt::format(
+                R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="6" fill="#fa5252"><title>{} fault {} from {:g} to {:g} s</title></rect>)",
+                x(from), y + 1, std::max(1.5, x(to) - x(from)), what, esc(f.find("fault")->string()), from, to);
          }
       };
       auto series = [&](const std::string& label, const Json& tally) {
@@ -414,9 +462,10 @@ document.body.dataset.scriptRan = 'yes';
             for (const auto& [key, colour] : kVerdicts) {
                const double k = ser->find(key)->items()[b].number();
                if (k <= 0) continue;
-               body += fmt::format(R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"><title>{} {:g} to {:g} s: {:g} {}</title></rect>)",
-                                   x(double(b) * bucket), y + 8, std::max(1.0, x(double(b + 1) * bucket) - x(double(b) * bucket)), kRow - 8,
-                                   colour, esc(label), double(b) * bucket, double(b + 1) * bucket, k, key);
+               body += fmt::format(
+                   R"(<rect x="{:.2f}" y="{}" width="{:.2f}" height="{}" fill="{}"><title>{} {:g} to {:g} s: {:g} {}</title></rect>)",
+                   x(double(b) * bucket), y + 8, std::max(1.0, x(double(b + 1) * bucket) - x(double(b) * bucket)),
+                   kRow - 8, colour, esc(label), double(b) * bucket, double(b + 1) * bucket, k, key);
                break;  // the worst verdict of the span
             }
          }
@@ -430,7 +479,8 @@ document.body.dataset.scriptRan = 'yes';
       faultBand(m->find("fpgaFaults"), "FPGA");
       bool first = true;
       for (const auto& [fap, chip] : m->find("chips")->members()) {
-         if (!first) body += fmt::format(R"(<rect x="{}" y="{}" width="{}" height="6" fill="#fff"/>)", kLabel, y + 1, kPlot);
+         if (!first)
+            body += fmt::format(R"(<rect x="{}" y="{}" width="{}" height="6" fill="#fff"/>)", kLabel, y + 1, kPlot);
          first = false;
          series("chip " + fap + " FPGA", *chip.find("viaFpga"));
       }
@@ -438,7 +488,11 @@ document.body.dataset.scriptRan = 'yes';
       s += svg(y + kAxis, body, "widenings per chip and source over time, with the sources' faults");
       std::vector<std::pair<std::string, std::string>> items{{"#fa5252", "time source fault in force (thin band)"}};
       for (const auto& [key, colour] : kVerdicts) items.emplace_back(colour, key);
-      s += legend(items) + fmt::format(R"(<p class="note">Each span of {:g} s shows its worst verdict; a wrong widening is the library's error only from a sound time.</p>)", bucket);
+      s +=
+          legend(items) +
+          fmt::format(
+              R"(<p class="note">Each span of {:g} s shows its worst verdict; a wrong widening is the library's error only from a sound time.</p>)",
+              bucket);
       return s;
    }
 
@@ -463,7 +517,10 @@ document.body.dataset.scriptRan = 'yes';
       }
       std::string s = R"(<h2 id="attention">Needs attention</h2>)";
       if (!n) return s + "<p>Every interface is ready and nothing unusual happened to its timestamps.</p>";
-      return s + fmt::format("<p>{} findings.</p><table><tr><th>interface</th><th>chip</th><th>what</th><th>why</th></tr>{}</table>", n, rows);
+      return s + fmt::format(
+                     "<p>{} "
+                     "findings.</p><table><tr><th>interface</th><th>chip</th><th>what</th><th>why</th></tr>{}</table>",
+                     n, rows);
    }
 
    // Per chip a collapsed table of its interfaces' values under the given keys.
@@ -479,7 +536,9 @@ document.body.dataset.scriptRan = 'yes';
                if (!v) continue;
                auto add = [&](const std::string& h, const Json& c) {
                   if (first) head += "<th>" + esc(h) + "</th>";
-                  cells += fmt::format(R"(<td class="n">{}</td>)", c.isNumber() ? fmt::format("{:g}", c.number()) : c.isNull() ? "-" : esc(c.text()));
+                  cells += fmt::format(R"(<td class="n">{}</td>)", c.isNumber() ? fmt::format("{:g}", c.number())
+                                                                   : c.isNull() ? "-"
+                                                                                : esc(c.text()));
                };
                if (v->isObject()) {
                   for (const auto& [sub, c] : v->members()) add(k == "lost" ? "lost: " + sub : sub, c);
@@ -490,7 +549,9 @@ document.body.dataset.scriptRan = 'yes';
             first = false;
             rows += "<tr><td>" + esc(name) + "</td>" + cells + "</tr>";
          }
-         s += fmt::format("<details><summary>chip {}: {}</summary><table><tr><th>interface</th>{}</tr>{}</table></details>", esc(fap), esc(what), head, rows);
+         s += fmt::format(
+             "<details><summary>chip {}: {}</summary><table><tr><th>interface</th>{}</tr>{}</table></details>",
+             esc(fap), esc(what), head, rows);
       }
       return s;
    }

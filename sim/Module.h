@@ -58,6 +58,7 @@ struct ModuleRegistrar {
 
 }  // namespace Sim
 
-#define VYRPTP_SIM_MODULE(Type)                                                                  \
-   static const ::Sim::ModuleRegistrar registrar_##Type{                                         \
-       []() -> std::unique_ptr<::Sim::Module> { return std::make_unique<Type>(); }}
+#define VYRPTP_SIM_MODULE(Type)                                                   \
+   static const ::Sim::ModuleRegistrar registrar_##Type {                         \
+      []() -> std::unique_ptr<::Sim::Module> { return std::make_unique<Type>(); } \
+   }

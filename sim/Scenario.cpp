@@ -71,9 +71,7 @@ class StructureCheck final : public YAML::EventHandler {
    std::vector<Level> levels_;
 };
 
-std::string rangeText(Range r) {
-   return fmt::format("from {} to {}{}{}", r.min, r.max, *r.unit ? " " : "", r.unit);
-}
+std::string rangeText(Range r) { return fmt::format("from {} to {}{}{}", r.min, r.max, *r.unit ? " " : "", r.unit); }
 
 }  // namespace
 
@@ -103,7 +101,8 @@ Scenario::Scenario(const std::string& text, std::string origin) : origin_(std::m
          for (const auto& kv : e) {
             std::string key = kv.first.Scalar();
             if (key == "at") continue;
-            if (!ev.kind.empty()) fail(e, fmt::format("an event has one kind, this one has '{}' and '{}'", ev.kind, key));
+            if (!ev.kind.empty())
+               fail(e, fmt::format("an event has one kind, this one has '{}' and '{}'", ev.kind, key));
             ev.kind = key;
             ev.body = kv.second;
          }
@@ -156,7 +155,8 @@ double Scenario::number(const YAML::Node& map, const std::string& key, Range r, 
 double Scenario::numberAs(const YAML::Node& n, const std::string& what, Range r) const {
    double v = 0;
    if (!n.IsScalar() || !YAML::convert<double>::decode(n, v) || !(v >= r.min && v <= r.max)) {
-      fail(n, fmt::format("'{}' must be a number {}, not {}", what, rangeText(r), n.IsScalar() ? n.Scalar() : "a list or map"));
+      fail(n, fmt::format("'{}' must be a number {}, not {}", what, rangeText(r),
+                          n.IsScalar() ? n.Scalar() : "a list or map"));
    }
    return v;
 }

@@ -76,7 +76,8 @@ class Table {
       // A group's name must fit above its columns: the last one takes the rest.
       for (std::size_t i = 0; i < order.size();) {
          std::size_t j = i, span = 0;
-         for (; j < order.size() && columns_[order[j]].group == columns_[order[i]].group; ++j) span += width[order[j]] + 2;
+         for (; j < order.size() && columns_[order[j]].group == columns_[order[i]].group; ++j)
+            span += width[order[j]] + 2;
          if (!columns_[order[i]].group.empty() && span - 2 < columns_[order[i]].group.size()) {
             width[order[j - 1]] += columns_[order[i]].group.size() - (span - 2);
          }
@@ -98,7 +99,8 @@ class Table {
          std::string s = indent + std::string(labelWidth, ' ');
          for (std::size_t i = 0; i < order.size();) {
             std::size_t j = i, span = 0;
-            for (; j < order.size() && columns_[order[j]].group == columns_[order[i]].group; ++j) span += width[order[j]] + 2;
+            for (; j < order.size() && columns_[order[j]].group == columns_[order[i]].group; ++j)
+               span += width[order[j]] + 2;
             s += "  " + fmt::format("{:<{}}", columns_[order[i]].group, span - 2);
             i = j;
          }

@@ -17,7 +17,8 @@ inline bool soundTime(std::string_view read, std::uint64_t latched) {
    if (end != std::string_view::npos) read = read.substr(0, end);
    std::uint64_t t = 0;
    auto [at, ec] = std::from_chars(read.data(), read.data() + read.size(), t);
-   return ec == std::errc{} && at == read.data() + read.size() && t >= latched && t - latched < (std::uint64_t(1) << 32);
+   return ec == std::errc{} && at == read.data() + read.size() && t >= latched &&
+          t - latched < (std::uint64_t(1) << 32);
 }
 
 }  // namespace Sim

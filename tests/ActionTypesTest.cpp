@@ -30,8 +30,10 @@ const PktType syncL2{Msg::sync, PtpVersion::v2, TransportMode::layer2};
 const PktType syncV4{Msg::sync, PtpVersion::v2, TransportMode::ipv4};
 
 TEST(FwdAction, LooksUpByValueAndByNameAndPrintsItsName) {
-   const std::pair<FwdAction, const char*> all[] = {
-       {FwdAction::trap, "Trap"}, {FwdAction::snoop, "Snoop"}, {FwdAction::forward, "Forward"}, {FwdAction::drop, "Drop"}};
+   const std::pair<FwdAction, const char*> all[] = {{FwdAction::trap, "Trap"},
+                                                    {FwdAction::snoop, "Snoop"},
+                                                    {FwdAction::forward, "Forward"},
+                                                    {FwdAction::drop, "Drop"}};
    for (std::uint8_t v = 0; v < 4; ++v) {
       const auto& [action, name] = all[v];
       EXPECT_EQ(std::uint8_t(action), v);

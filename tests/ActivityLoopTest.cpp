@@ -10,7 +10,6 @@
 #include "AllocationCounter.h"
 #include "Kiv/Activity.h"
 
-
 namespace {
 
 class ActivityLoop : public ::testing::Test {

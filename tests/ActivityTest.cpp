@@ -23,9 +23,8 @@ class Activity : public ::testing::Test {
 
    // A wake-up that logs its name and the loop time when it fires.
    std::unique_ptr<ClockTimer> timer(const char* name) {
-      return std::make_unique<ClockTimer>(loop.clock(), [this, name] {
-         log.push_back(fmt::format("{} at {}", name, Kiv::currentTime()));
-      });
+      return std::make_unique<ClockTimer>(
+          loop.clock(), [this, name] { log.push_back(fmt::format("{} at {}", name, Kiv::currentTime())); });
    }
 
    Kiv::ActivityManager& loop = Kiv::activityManager();
@@ -142,7 +141,9 @@ TEST_F(Activity, ANaNDeadlineIsRejectedNamingTheTimer) {
       FAIL() << "a NaN deadline was accepted";
    } catch (const Kiv::Error& e) {
       // The timer is named by the code that made its callback.
-      EXPECT_STREQ(e.what(), "deadline NaN for the clock timer of (anonymous namespace)::Activity::timer(char const*)::{lambda()#1}");
+      EXPECT_STREQ(
+          e.what(),
+          "deadline NaN for the clock timer of (anonymous namespace)::Activity::timer(char const*)::{lambda()#1}");
    }
    EXPECT_EQ(broken->timeMin(), Kiv::kNever);
    late->timeMinIs(102);

@@ -114,9 +114,9 @@ TEST_F(AggregatorSmNiTest, OneFailedReportMakesBothDirectionsNotReadyTransmitFir
    traces.clear();
    report(et1, "b", 1, false);
    EXPECT_EQ(readiness(et1), kNotReady);
-   EXPECT_EQ(changes.fieldsOf(hw->intfStatus(et1)), (std::vector<Kiv::FieldId>{
-                                                        Ptp::HwIntfStatus::F::intfReadyForTxPacket,
-                                                        Ptp::HwIntfStatus::F::intfReadyForRxPacket}));
+   EXPECT_EQ(changes.fieldsOf(hw->intfStatus(et1)),
+             (std::vector<Kiv::FieldId>{Ptp::HwIntfStatus::F::intfReadyForTxPacket,
+                                        Ptp::HwIntfStatus::F::intfReadyForRxPacket}));
    ASSERT_EQ(traces.records.size(), 1u);
    EXPECT_EQ(traces.records[0].level, 6u);
    EXPECT_EQ(traces.records[0].message, notReadyText(et1));

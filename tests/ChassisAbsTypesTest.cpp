@@ -79,10 +79,12 @@ TEST(PortMap, ParsingRejectsMalformedTextNamingWhatIsWrong) {
              std::string::npos);
    EXPECT_NE(error("VyrPtp::ChassisAbstraction::PortMap(fapId: 65536, fapPortId: 2, localCoreId: 3)").find("bad fapId"),
              std::string::npos);
-   EXPECT_NE(error("VyrPtp::ChassisAbstraction::PortMap(fapId: 1, fapPortId: -2, localCoreId: 3)").find("bad fapPortId"),
-             std::string::npos);
-   EXPECT_NE(error("VyrPtp::ChassisAbstraction::PortMap(fapId: 1, fapPortId: 2, localCoreId: )").find("bad localCoreId"),
-             std::string::npos);
+   EXPECT_NE(
+       error("VyrPtp::ChassisAbstraction::PortMap(fapId: 1, fapPortId: -2, localCoreId: 3)").find("bad fapPortId"),
+       std::string::npos);
+   EXPECT_NE(
+       error("VyrPtp::ChassisAbstraction::PortMap(fapId: 1, fapPortId: 2, localCoreId: )").find("bad localCoreId"),
+       std::string::npos);
    EXPECT_NE(error("VyrPtp::ChassisAbstraction::PortMap(fapId: 1, fapPortId: 2, localCoreId: 3").find("expected ')'"),
              std::string::npos);
    EXPECT_NE(error("").find("offset 0"), std::string::npos);
@@ -125,9 +127,8 @@ TEST(ChassisInfo, SliceIsAndFapIdIsReturnTheExistingMember) {
    EXPECT_EQ(slice->fapIdIs(4), fap);
    EXPECT_EQ(chassis->slice("Linecard3")->fapId(4), fap.get());
    EXPECT_EQ(chassis->slice("Linecard4"), nullptr);
-   EXPECT_EQ(changes.entries,
-             (std::vector<ChangeRecorder::Entry>{{chassis.get(), ChassisInfo::F::slice, Kind::added},
-                                                 {slice.get(), SliceInfo::F::fapId, Kind::added}}));
+   EXPECT_EQ(changes.entries, (std::vector<ChangeRecorder::Entry>{{chassis.get(), ChassisInfo::F::slice, Kind::added},
+                                                                  {slice.get(), SliceInfo::F::fapId, Kind::added}}));
 }
 
 TEST(ChassisInfo, DeletingAnAbsentKeyIsANoOpWithoutNotification) {

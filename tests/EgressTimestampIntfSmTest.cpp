@@ -105,13 +105,17 @@ bool expectedTimestamping(int mode, int st) {
    static const std::set<int> boundary{1, 4, 5, 6, 7, 8, 9, 144}, slave{8, 9, 144};
    switch (mode) {
       case 1:
-      case 7: return boundary.count(st);
-      case 2: return slave.count(st);
+      case 7:
+         return boundary.count(st);
+      case 2:
+         return slave.count(st);
       case 3:
       case 5:
       case 6:
-      case 8: return true;
-      default: return false;
+      case 8:
+         return true;
+      default:
+         return false;
    }
 }
 bool expectedOneStep(int mode, int st) { return mode == 2 && st != 3 && st != 8 && st != 9 && st != 144; }
@@ -383,8 +387,9 @@ TEST_F(EgressTest, LagOneStepFollowsMembersUpState) {
    TraceCapture traces("EgressTimestampIntfSm");
    operIs(et4, OperStatus::down);
    EXPECT_EQ(oneStep(et4), false);
-   EXPECT_TRUE(traces.has(5, "configureOneStepCfUpdate, lagMember: Ethernet4, portDSNeedsOneStepCfUpdate: true, "
-                             "isInterfaceUp: false, enable: false"));
+   EXPECT_TRUE(traces.has(5,
+                          "configureOneStepCfUpdate, lagMember: Ethernet4, portDSNeedsOneStepCfUpdate: true, "
+                          "isInterfaceUp: false, enable: false"));
    EXPECT_EQ(members(sm->oneStepCfUpdateEnabledLagPortDSMember(), key), (std::set<IntfId>{et3}));
    // The member set goes: the remaining member is switched off and the record removed.
    lagStatus->programmedLagDel(po1);
@@ -610,17 +615,21 @@ TEST_F(EgressTest, TracesTheDecisions) {
    create();
    EXPECT_TRUE(traces.has(8, "handleCreated"));
    EXPECT_TRUE(traces.has(8, "handlePtpMode, ptp mode: 2"));
-   EXPECT_TRUE(traces.has(8, "portDSNeedsEgressTimestamping, PortDSKey: Ethernet1 domain 0 port 1, ptpMode: 2, "
-                             "portState: master"));
+   EXPECT_TRUE(traces.has(8,
+                          "portDSNeedsEgressTimestamping, PortDSKey: Ethernet1 domain 0 port 1, ptpMode: 2, "
+                          "portState: master"));
    EXPECT_TRUE(traces.has(5, "handlePortDS, portDSNeedsEgressTimestamping: false"));
    EXPECT_TRUE(traces.has(8, "portDSNeedsOneStepCfUpdate, portDSKey: Ethernet1 domain 0 port 1"));
-   EXPECT_TRUE(traces.has(5, "portDSNeedsOneStepCfUpdate, PortDSKey: Ethernet1 domain 0 port 1, ptpMode: 2, "
-                             "portState: master"));
-   EXPECT_TRUE(traces.has(8, "configureOneStepCfUpdate, PortDSKey: Ethernet1 domain 0 port 1, "
-                             "portDSNeedsOneStepCfUpdate: true"));
+   EXPECT_TRUE(traces.has(5,
+                          "portDSNeedsOneStepCfUpdate, PortDSKey: Ethernet1 domain 0 port 1, ptpMode: 2, "
+                          "portState: master"));
+   EXPECT_TRUE(traces.has(8,
+                          "configureOneStepCfUpdate, PortDSKey: Ethernet1 domain 0 port 1, "
+                          "portDSNeedsOneStepCfUpdate: true"));
    EXPECT_TRUE(traces.has(8, "isInterfaceUp, intfId: Ethernet1, operStatus: up"));
-   EXPECT_TRUE(traces.has(5, "configureOneStepCfUpdate, intf: Ethernet1, portDSNeedsOneStepCfUpdate: true, "
-                             "isInterfaceUp: true, enable: true"));
+   EXPECT_TRUE(traces.has(5,
+                          "configureOneStepCfUpdate, intf: Ethernet1, portDSNeedsOneStepCfUpdate: true, "
+                          "isInterfaceUp: true, enable: true"));
    traces.clear();
    ptpStatus->portDS(key)->portStateIs(PortState::slave);
    EXPECT_TRUE(traces.has(8, "handlePortState, PortDSKey: Ethernet1 domain 0 port 1"));
@@ -632,8 +641,9 @@ TEST_F(EgressTest, TracesTheDecisions) {
    EXPECT_TRUE(traces.has(8, "disableEgressTimestampPolling, intfId: Ethernet1"));
    EXPECT_TRUE(traces.has(5, "disableEgressTimestampPolling, disabling egress timestamp polling intf: Ethernet1"));
    // Disabled ports skip the detailed one-step trace.
-   EXPECT_FALSE(traces.has(5, "portDSNeedsOneStepCfUpdate, PortDSKey: Ethernet1 domain 0 port 1, ptpMode: 2, "
-                              "portState: disabled"));
+   EXPECT_FALSE(traces.has(5,
+                           "portDSNeedsOneStepCfUpdate, PortDSKey: Ethernet1 domain 0 port 1, ptpMode: 2, "
+                           "portState: disabled"));
    traces.clear();
    intfStatus->intfStatusDel(et2);
    EXPECT_TRUE(sm->isInterfaceUp(et1));
@@ -736,7 +746,9 @@ class EgressRandomTest : public EgressTest {
       create();
       for (int step = 0; step < steps; ++step) {
          switch (std::uniform_int_distribution<int>(0, 8)(rng)) {
-            case 0: modeIs(std::uniform_int_distribution<int>(0, 9)(rng)); break;
+            case 0:
+               modeIs(std::uniform_int_distribution<int>(0, 9)(rng));
+               break;
             case 1:
             case 2: {  // port state change, or a port data set appears or goes
                const PortDSKey& k = pick(keys);

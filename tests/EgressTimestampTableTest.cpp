@@ -95,7 +95,8 @@ TEST_F(EgressTimestampTableTest, ARequestOwnsItsCallback) {
 TEST_F(EgressTimestampTableTest, CancelledReadsAreNotDelivered) {
    table->doInit(chip->unit(), em, chip->gif());
    device->send(slot, 1);
-   EgressTimestampTable::ReadCallback cancelRest = [this](const EgressTsSwTableKey&, const EgressTimestampEntry&, std::uint32_t) {
+   EgressTimestampTable::ReadCallback cancelRest = [this](const EgressTsSwTableKey&, const EgressTimestampEntry&,
+                                                          std::uint32_t) {
       reads.push_back({});
       table->readsCancel();
    };
@@ -132,7 +133,8 @@ TEST_F(EgressTimestampTableTest, ChipPublishesWhatItLatchesAndWhatIsReadOut) {
 
 TEST(EgressTimestampTableDeathTest, ReadBeforeInitStops) {
    auto table = Kiv::make<EgressTimestampTable>();
-   EgressTimestampTable::ReadCallback none = [](const EgressTsSwTableKey&, const EgressTimestampEntry&, std::uint32_t) {};
+   EgressTimestampTable::ReadCallback none = [](const EgressTsSwTableKey&, const EgressTimestampEntry&, std::uint32_t) {
+   };
    EXPECT_DEATH(table->read({}, none), "egress timestamp table read before doInit");
 }
 

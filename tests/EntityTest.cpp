@@ -501,8 +501,9 @@ TEST(PublisherDeathTest, AnExceptionEscapingASubscriberEndsTheProcess) {
    auto n = node("a");
    Recorder r(n.get());
    r.hook = [](const Change&) { throw std::logic_error("subscriber failed"); };
-   EXPECT_DEATH(n->countIs(1), "exception escaped a handler of \\(anonymous namespace\\)::Recorder: "
-                               "std::logic_error: subscriber failed");
+   EXPECT_DEATH(n->countIs(1),
+                "exception escaped a handler of \\(anonymous namespace\\)::Recorder: "
+                "std::logic_error: subscriber failed");
 }
 
 TEST(Dir, HoldsNamedEntitiesAndPublishesAdditionsAndRemovals) {

@@ -146,11 +146,10 @@ TEST(Makers, EgressTimestampIntfSm) {
    traces.clear();
    expectStarted(both(&intfConfigSmFactory, &IntfConfigSmIs, et1, owner, hwConfig->intfConfig(et1)));
    EXPECT_EQ(traces.count(8, "handleEnabled"), 2u);
-   expectStarted(
-       both(&intfStatusSmFactory, &IntfStatusSmIs, et1, owner, Kiv::make<Interface::EthPhyIntfStatus>(et1)));
+   expectStarted(both(&intfStatusSmFactory, &IntfStatusSmIs, et1, owner, Kiv::make<Interface::EthPhyIntfStatus>(et1)));
    EXPECT_EQ(traces.count(8, "handleOperStatus, intfId: Ethernet1/1"), 2u);
-   expectStarted(both(&portDSSmFactory, &PortDSSmIs, Ptp::PortDSKey(et1), owner,
-                      ptpStatus->portDS(Ptp::PortDSKey(et1))));
+   expectStarted(
+       both(&portDSSmFactory, &PortDSSmIs, Ptp::PortDSKey(et1), owner, ptpStatus->portDS(Ptp::PortDSKey(et1))));
    EXPECT_EQ(traces.count(8, "handlePortState, PortDSKey: " + fmt::format("{}", Ptp::PortDSKey(et1))), 2u);
    traces.clear();
    expectStarted(both(&programmedMemberSmFactory, &ProgrammedMemberSmIs, et1, owner,
@@ -173,8 +172,8 @@ TEST(Makers, HwConfigAdapterSm) {
    // A nested machine re-derives the port's output entry as it starts.
    auto config = input->intfConfigIs(et1);
    output->intfConfigDelAll();
-   const auto nested = both(&nestedSm_PtpHwIntfConfigFactory, &NestedSm_PtpHwIntfConfigIs, et1,
-                            adapters[0].get(), Pondo::Ptr<const Ptp::HwIntfConfig>(config));
+   const auto nested = both(&nestedSm_PtpHwIntfConfigFactory, &NestedSm_PtpHwIntfConfigIs, et1, adapters[0].get(),
+                            Pondo::Ptr<const Ptp::HwIntfConfig>(config));
    expectStarted(nested);
    EXPECT_NE(output->intfConfig(et1), nullptr);
    EXPECT_THROW(NestedSm_PtpHwIntfConfigIs(et1, nullptr, config), Kiv::Error);
@@ -243,9 +242,9 @@ TEST(Makers, VyrEgressTsArmSm) {
    auto em = Kiv::make<Statebase::EntityManager>();
    auto glint = Kiv::make<Ptp::HwTimestampStatus>();
    {
-      const auto aggregates = both(&vyrEgressTsArmAggregateSmFactory, &VyrEgressTsArmAggregateSmIs,
-                                   Pondo::Ptr<const EgressTimestampIntfStatus>(output), tsInfo, syncConfig,
-                                   syncStatus, em, glint);
+      const auto aggregates =
+          both(&vyrEgressTsArmAggregateSmFactory, &VyrEgressTsArmAggregateSmIs,
+               Pondo::Ptr<const EgressTimestampIntfStatus>(output), tsInfo, syncConfig, syncStatus, em, glint);
       expectStarted(aggregates);
       for (const auto& sm : aggregates) EXPECT_NE(sm->logicalFapSm(1), nullptr);
 
@@ -289,8 +288,7 @@ TEST(Makers, VyrCfUpdateArmSm) {
    for (const auto& sm : machines) EXPECT_NE(sm->logicalFapSm(1), nullptr);
 
    const auto status = cfUpdateProgrammedStatusFactory(1);
-   const auto chipMachines =
-       both(&vyrCfUpdateLogicalFapArmSmFactory, &VyrCfUpdateLogicalFapArmSmIs, fap, em, status);
+   const auto chipMachines = both(&vyrCfUpdateLogicalFapArmSmFactory, &VyrCfUpdateLogicalFapArmSmIs, fap, em, status);
    expectStarted(chipMachines);
    for (const auto& sm : chipMachines) EXPECT_NE(sm->intfInfo(et1), nullptr);
 

@@ -57,11 +57,11 @@ TEST(PlatformCfUpdateIntfInfo, SettersPublishOnlyRealChanges) {
    info->generationIs({1, true});
    info->generationIs({1, false});  // the flag alone is a change
    using F = PlatformCfUpdateIntfInfo::F;
-   EXPECT_EQ(rec.fieldsOf(info.get()),
-             (std::vector<Pondo::FieldId>{F::swTableIndex, F::cfUpdateBits, F::ingressCfUpdateEnable,
-                                          F::egressCfUpdateMode, F::egressDropInvalid1588Pkt,
-                                          F::twoStepTsCfUpdateEnable, F::ingressForceItsSignFromTs, F::generation,
-                                          F::generation}));
+   EXPECT_EQ(
+       rec.fieldsOf(info.get()),
+       (std::vector<Pondo::FieldId>{F::swTableIndex, F::cfUpdateBits, F::ingressCfUpdateEnable, F::egressCfUpdateMode,
+                                    F::egressDropInvalid1588Pkt, F::twoStepTsCfUpdateEnable,
+                                    F::ingressForceItsSignFromTs, F::generation, F::generation}));
 }
 
 TEST(PlatformCfUpdateInfo, LogicalFapsAndTheirInterfacesAreKeyedCollections) {

@@ -28,9 +28,10 @@ TEST(EgressTsSwTableKey, SameIndexOtherPortTypeIsAnotherKey) {
 TEST(PlatformEgressTsIntfInfo, TextFormRoundTripsAndRejectsMalformedText) {
    PlatformEgressTsIntfInfo info{IntfId("Ethernet3/1"), 32, {12, PortType::recycle}};
    std::string text = info.toString();
-   EXPECT_EQ(text,
-             "PlatformEgressTsIntfInfo(intfId: Ethernet3/1, numBitsInAsicProvidedEgressTs: 32, swTableIndex: (index: 12, "
-             "portType: recycle))");
+   EXPECT_EQ(
+       text,
+       "PlatformEgressTsIntfInfo(intfId: Ethernet3/1, numBitsInAsicProvidedEgressTs: 32, swTableIndex: (index: 12, "
+       "portType: recycle))");
    EXPECT_EQ(PlatformEgressTsIntfInfo::fromString(text), info);
    EXPECT_THROW(PlatformEgressTsIntfInfo::fromString("PlatformEgressTsIntfInfo(intfId: Et1)"), Pondo::RangeError);
    EXPECT_THROW(PlatformEgressTsIntfInfo::fromString(text + "x"), Pondo::RangeError);

@@ -44,8 +44,9 @@ TEST(PlatformGlobalChipInfo, LogicalFapInfoIsCreatesOnceAndRejectsOtherFixedArgu
    EXPECT_THROW(global->logicalFapInfoIs(3, c->gif(), "chip9"), Kiv::Error);
    EXPECT_THROW(global->logicalFapInfoIs(5, nullptr, "chip0"), Kiv::Error);
    EXPECT_EQ(global->logicalFapInfo().size(), 1u);
-   EXPECT_EQ(changes.entries, (std::vector<ChangeRecorder::Entry>{
-                                  {global.get(), PlatformGlobalChipInfo::F::logicalFapInfo, Kind::added}}));
+   EXPECT_EQ(
+       changes.entries,
+       (std::vector<ChangeRecorder::Entry>{{global.get(), PlatformGlobalChipInfo::F::logicalFapInfo, Kind::added}}));
 }
 
 TEST(PlatformGlobalChipInfo, DelReturnsTheMemberAndDelAllRemovesEachWithItsNotification) {

@@ -20,9 +20,15 @@ using EntryState = std::tuple<Ptp::LinuxTsOptions, bool, bool, bool, bool, std::
 std::map<IntfId, EntryState> stateOf(const Ptp::HwStatus& hw) {
    std::map<IntfId, EntryState> m;
    for (const auto& [k, e] : hw.intfStatus()) {
-      m[k] = {e->linuxTsOptions(),        e->intfReadyForTxPacket(), e->intfReadyForRxPacket(),
-              e->twoStepClock(),          e->timestampAtPacketEnd(), e->timestampMultiplier(),
-              e->timestampDivider(),      e->zeroMsb32Bits(),        e->egressTimestampExpiryInterval(),
+      m[k] = {e->linuxTsOptions(),
+              e->intfReadyForTxPacket(),
+              e->intfReadyForRxPacket(),
+              e->twoStepClock(),
+              e->timestampAtPacketEnd(),
+              e->timestampMultiplier(),
+              e->timestampDivider(),
+              e->zeroMsb32Bits(),
+              e->egressTimestampExpiryInterval(),
               e->negativeTsDeltaThreshold()};
    }
    return m;
@@ -165,11 +171,11 @@ TEST_F(ProgrammerAggregatorSmTest, StaticPropertiesAreCopiedInOrderBeforeReadine
    const Ptp::HwIntfStatus* entry = hw->intfStatus(et1);
    EXPECT_EQ(changes.entries.front(),
              (ChangeRecorder::Entry{hw.get(), Ptp::HwStatus::F::intfStatus, Kiv::Change::Kind::added}));
-   EXPECT_EQ(changes.fieldsOf(entry),
-             (std::vector<Kiv::FieldId>{F::twoStepClock, F::timestampAtPacketEnd, F::timestampMultiplier,
-                                        F::timestampDivider, F::zeroMsb32Bits, F::egressTimestampExpiryInterval,
-                                        F::negativeTsDeltaThreshold, F::intfReadyForRxPacket,
-                                        F::intfReadyForTxPacket}));
+   EXPECT_EQ(
+       changes.fieldsOf(entry),
+       (std::vector<Kiv::FieldId>{F::twoStepClock, F::timestampAtPacketEnd, F::timestampMultiplier, F::timestampDivider,
+                                  F::zeroMsb32Bits, F::egressTimestampExpiryInterval, F::negativeTsDeltaThreshold,
+                                  F::intfReadyForRxPacket, F::intfReadyForTxPacket}));
    EXPECT_EQ(entry->linuxTsOptions(), Ptp::LinuxTsOptions(0x5));
    EXPECT_EQ(stateOf(*hw).at(et1), (EntryState{Ptp::LinuxTsOptions(0x5), true, true, true, true, 3, 2, true,
                                                Pondo::Duration::milliseconds(40), Pondo::Duration::nanoseconds(500)}));

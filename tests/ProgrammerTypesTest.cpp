@@ -99,8 +99,8 @@ TEST(ProgrammerTypes, ReportChangesReachTheWatchersOfTheOwners) {
    ChangeRecorder changes(intfs);
    report->generationIs({1, true});
    ASSERT_EQ(changes.entries.size(), 1u);
-   EXPECT_EQ(changes.entries[0], (ChangeRecorder::Entry{report.get(), PtpProgrammerInfo::F::generation,
-                                                        Kiv::Change::Kind::attribute}));
+   EXPECT_EQ(changes.entries[0],
+             (ChangeRecorder::Entry{report.get(), PtpProgrammerInfo::F::generation, Kiv::Change::Kind::attribute}));
 }
 
 TEST(ProgrammerTypes, ActiveProgrammersAreASet) {
@@ -142,8 +142,9 @@ TEST(PtpHwStatus, EntriesKeepTheirOptionsAndPublishOnlyRealChanges) {
    EXPECT_TRUE(changes.entries.empty());
    e->intfReadyForTxPacketIs(true);
    e->egressTimestampExpiryIntervalIs(Pondo::Duration::milliseconds(50));
-   EXPECT_EQ(changes.fieldsOf(e.get()), (std::vector<Kiv::FieldId>{Ptp::HwIntfStatus::F::intfReadyForTxPacket,
-                                                                     Ptp::HwIntfStatus::F::egressTimestampExpiryInterval}));
+   EXPECT_EQ(changes.fieldsOf(e.get()),
+             (std::vector<Kiv::FieldId>{Ptp::HwIntfStatus::F::intfReadyForTxPacket,
+                                        Ptp::HwIntfStatus::F::egressTimestampExpiryInterval}));
    EXPECT_EQ(fmt::format("{}", e->linuxTsOptions()), "0x3");
 }
 

@@ -22,10 +22,14 @@ std::map<IntfId, int> contents(const Summary& s) {
 
 std::string kindName(const Kiv::Change& c) {
    switch (c.kind) {
-      case Kiv::Change::Kind::attribute: return "attribute";
-      case Kiv::Change::Kind::added: return "added";
-      case Kiv::Change::Kind::changed: return "changed";
-      case Kiv::Change::Kind::removed: return "removed";
+      case Kiv::Change::Kind::attribute:
+         return "attribute";
+      case Kiv::Change::Kind::added:
+         return "added";
+      case Kiv::Change::Kind::changed:
+         return "changed";
+      case Kiv::Change::Kind::removed:
+         return "removed";
    }
    return "?";
 }
@@ -321,8 +325,9 @@ TEST(ReactorDeathTest, AnExceptionEscapingAHandlerEndsTheProcess) {
 
 TEST(ReactorDeathTest, AnExceptionEscapingHandleInitializedEndsTheProcess) {
    auto chassis = chassisWith({});
-   EXPECT_DEATH(Kiv::make<ThrowingSm>(chassis, true),
-                "exception escaped a handler of \\(anonymous namespace\\)::ThrowingSm: std::out_of_range: no such port");
+   EXPECT_DEATH(
+       Kiv::make<ThrowingSm>(chassis, true),
+       "exception escaped a handler of \\(anonymous namespace\\)::ThrowingSm: std::out_of_range: no such port");
 }
 
 }  // namespace

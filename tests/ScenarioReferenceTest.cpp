@@ -44,8 +44,10 @@ TEST(ScenarioReferenceTest, EverySectionAndEventIsDocumented) {
    const std::string doc = reference();
    for (Sim::ModuleMaker make : Sim::moduleMakers()) {
       const auto m = make();
-      for (const std::string& s : m->sections()) EXPECT_THAT(doc, testing::HasSubstr("### section `" + s + "`")) << m->name();
-      for (const std::string& e : m->events()) EXPECT_THAT(doc, testing::HasSubstr("### event `" + e + "`")) << m->name();
+      for (const std::string& s : m->sections())
+         EXPECT_THAT(doc, testing::HasSubstr("### section `" + s + "`")) << m->name();
+      for (const std::string& e : m->events())
+         EXPECT_THAT(doc, testing::HasSubstr("### event `" + e + "`")) << m->name();
    }
    EXPECT_THAT(doc, testing::HasSubstr("### event `agentRestart`"));
    for (const char* fault : {"missing", "zero", "garbage", "stepBack", "stall", "text", "gpio"}) {

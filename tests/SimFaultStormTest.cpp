@@ -36,11 +36,13 @@ std::string stormScenario(unsigned seed) {
    const std::vector<std::string> ports = {"Port-Channel1", "Ethernet3/1", "Ethernet4/2", "Ethernet5/1", "Ethernet6/2"};
    for (std::size_t i = 1; i < ports.size(); ++i) s += fmt::format("  {}: {{enabled: true}}\n", ports[i]);
    s += "portDS:\n";
-   for (const auto& p : ports) s += fmt::format("  - {{intf: {}, state: {}, clockId: 001c73.fffe.000001}}\n", p, pick({"master", "slave"}));
+   for (const auto& p : ports)
+      s += fmt::format("  - {{intf: {}, state: {}, clockId: 001c73.fffe.000001}}\n", p, pick({"master", "slave"}));
    s += "egressCollection:\n  timeSource: {0: fpga, 1: asicTimeFile, 2: asicTimeFile}\n  counterNeedsInit: true\n"
         "  start: 0.3\n  traffic: {";
    for (int c = 0; c < kChips; ++c) {
-      for (int i = 0; i < 4; ++i) s += fmt::format("{}{}: {}", c + i ? ", " : "", intfName(c, i), pick({"16", "32", "128"}));
+      for (int i = 0; i < 4; ++i)
+         s += fmt::format("{}{}: {}", c + i ? ", " : "", intfName(c, i), pick({"16", "32", "128"}));
    }
    s += "}\nhwStatus:\n  timestampLocation: externalPhy\n  phyTimeSync: [Ethernet3/1, Ethernet5/2]\n"
         "  phyIsland: {Ethernet3/1: {rx: true, tx: true}}\n  timeSync: {0: 5, 1: 5, 2: 5}\ntimeline:\n";
@@ -52,32 +54,54 @@ std::string stormScenario(unsigned seed) {
                              pick({"missing", "zero", "garbage"}), uniform(0.05, 1.5));
             break;
          case 1:
-            s += fmt::format("hpxFault: {{fault: stepBack, by: {:.3f}, for: {:.2f}}}\n", uniform(0.001, 6), uniform(0.05, 1));
+            s += fmt::format("hpxFault: {{fault: stepBack, by: {:.3f}, for: {:.2f}}}\n", uniform(0.001, 6),
+                             uniform(0.05, 1));
             break;
-         case 2: s += fmt::format("hpxFault: {{fault: stall, for: {:.2f}}}\n", uniform(0.05, 1)); break;
-         case 3: s += fmt::format("hpxFault: {{fault: text, text: {}, for: {:.2f}}}\n", pick({"12ab", "-5", "''"}), uniform(0.05, 1)); break;
-         case 4: s += fmt::format("hpxFault: {{fault: gpio, value: {}}}\n", rng() % 8); break;
+         case 2:
+            s += fmt::format("hpxFault: {{fault: stall, for: {:.2f}}}\n", uniform(0.05, 1));
+            break;
+         case 3:
+            s += fmt::format("hpxFault: {{fault: text, text: {}, for: {:.2f}}}\n", pick({"12ab", "-5", "''"}),
+                             uniform(0.05, 1));
+            break;
+         case 4:
+            s += fmt::format("hpxFault: {{fault: gpio, value: {}}}\n", rng() % 8);
+            break;
          case 5: {
             std::set<std::string> members;
             for (int m = int(rng() % 3); m > 0; --m) members.insert(anyIntf());
             s += fmt::format("lag: {{name: Port-Channel1, members: [{}]}}\n", fmt::join(members, ", "));
             break;
          }
-         case 6: s += fmt::format("ptpMode: {}\n", rng() % 4); break;
+         case 6:
+            s += fmt::format("ptpMode: {}\n", rng() % 4);
+            break;
          case 7:
             s += fmt::format("portDS: {{intf: {}, state: {}}}\n", ports[rng() % ports.size()],
                              pick({"master", "slave", "passive", "listening", "disabled"}));
             break;
-         case 8: s += fmt::format("timestampLocation: {}\n", pick({"externalPhy", "chip"})); break;
-         case 9: s += fmt::format("traffic: {{{}: {}}}\n", anyIntf(), pick({"0", "8", "64", "256"})); break;
-         case 10: s += fmt::format("operStatus: {{{}: {}}}\n", anyIntf(), pick({"up", "down"})); break;
-         case 11: s += fmt::format("timeSync: {{{}: {}}}\n", rng() % kChips, pick({"5", "5", "3", "none"})); break;
-         case 12: s += fmt::format("phyTimeSync: {{{}: {}}}\n", anyIntf(), pick({"true", "false"})); break;
+         case 8:
+            s += fmt::format("timestampLocation: {}\n", pick({"externalPhy", "chip"}));
+            break;
+         case 9:
+            s += fmt::format("traffic: {{{}: {}}}\n", anyIntf(), pick({"0", "8", "64", "256"}));
+            break;
+         case 10:
+            s += fmt::format("operStatus: {{{}: {}}}\n", anyIntf(), pick({"up", "down"}));
+            break;
+         case 11:
+            s += fmt::format("timeSync: {{{}: {}}}\n", rng() % kChips, pick({"5", "5", "3", "none"}));
+            break;
+         case 12:
+            s += fmt::format("phyTimeSync: {{{}: {}}}\n", anyIntf(), pick({"true", "false"}));
+            break;
          case 13:
             s += fmt::format("phyIsland: {{{}: {}}}\n", anyIntf(),
                              pick({"{rx: true, tx: true}", "{rx: false, tx: true}", "none"}));
             break;
-         default: s += pick({"bumpGeneration:\n", "agentRestart:\n"}); break;
+         default:
+            s += pick({"bumpGeneration:\n", "agentRestart:\n"});
+            break;
       }
    }
    return s;
@@ -134,11 +158,17 @@ TEST(SimAgentRestartTest, ReadinessAndTimestampsRecover) {
    const SimRun r = SimRun::of(s, "", true);
    ASSERT_EQ(r.status, 0) << r.err;
    const Sim::Json& modules = *r.report.find("modules");
-   const Sim::Json& n = *modules.find("egress-collection")->find("chips")->find("0")->find("interfaces")->find("Ethernet1/1");
+   const Sim::Json& n =
+       *modules.find("egress-collection")->find("chips")->find("0")->find("interfaces")->find("Ethernet1/1");
    EXPECT_GT(at(n, "publishedSinceRestart"), 150);  // about 2 s at 100 per second
    EXPECT_EQ(at(n, "staleSinceRestart"), 0);
    EXPECT_EQ(at(n, "wrong"), 0);
-   const Sim::Json& ready = *modules.find("readiness")->find("chips")->find("0")->find("interfaces")->find("Ethernet1/1")->find("readinessAggregator");
+   const Sim::Json& ready = *modules.find("readiness")
+                                 ->find("chips")
+                                 ->find("0")
+                                 ->find("interfaces")
+                                 ->find("Ethernet1/1")
+                                 ->find("readinessAggregator");
    EXPECT_TRUE(ready.find("ready")->boolean());
    EXPECT_GE(at(ready, "since"), 2.0021);  // ready again after the restart
    EXPECT_NE(r.out.find("agent restarted the polling adapter and the aggregate"), std::string::npos);

@@ -6,8 +6,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <zlib.h>
+#include <cstdlib>
 
 #include <cmath>
 #include <filesystem>
@@ -55,7 +55,9 @@ TEST(SimReportTest, TextColumnsStayAlignedWhateverTheWidths) {
    std::cout << text;
    const auto all = lines(text);
    // The header's "sent" ends where every row's count ends, from 1 to 100000000000.
-   auto header = std::find_if(all.begin(), all.end(), [](auto& l) { return l.find("sent") != std::string::npos && l.find("overwritten") != std::string::npos; });
+   auto header = std::find_if(all.begin(), all.end(), [](auto& l) {
+      return l.find("sent") != std::string::npos && l.find("overwritten") != std::string::npos;
+   });
    ASSERT_NE(header, all.end()) << text;
    const std::size_t end = header->find("sent") + 4;
    int rows = 0;
@@ -109,17 +111,22 @@ std::string chassisScenario(int chips, int intfs) {
    s += "asicTime: {initCounter: true, egressPeriod: 0.1}\n"
         "programmers:\n  - {name: PKT_TRAP, interfaces: all, pipeline: true, delay: 0.05}\n"
         "  - {name: SLOW, interfaces: [Ethernet3/4, Ethernet7/1], delay: 0.2, failsAt: [1]}\n"
-        "ptpMode: 1\nhwStatus: {phyTimeSync: [Ethernet2/1], phyIsland: {Ethernet2/1: {rx: true, tx: true}}}\nptpIntfConfig: {Ethernet1/1: {enabled: true}, Ethernet2/1: {enabled: true}}\n"
+        "ptpMode: 1\nhwStatus: {phyTimeSync: [Ethernet2/1], phyIsland: {Ethernet2/1: {rx: true, tx: "
+        "true}}}\nptpIntfConfig: {Ethernet1/1: {enabled: true}, Ethernet2/1: {enabled: true}}\n"
         "portDS:\n  - {intf: Ethernet1/1, state: master, clockId: 001c73.fffe.000001}\n"
         "  - {intf: Ethernet2/1, state: master, clockId: 001c73.fffe.000001}\n"
-        "egressCollection:\n  start: 0.2\n  traffic: {" + traffic + "}\n"
+        "egressCollection:\n  start: 0.2\n  traffic: {" +
+        traffic +
+        "}\n"
         "timeline:\n  - {at: 1.0, bumpGeneration: }\n  - {at: 1.5, hpxFault: {fault: stall, for: 0.4}}\n"
         "  - {at: 2.0, timestampLocation: externalPhy}\n"
         "  - {at: 2.2, asicTimeFault: {logicalFap: 1, fault: zero, for: 0.3}}\n";
    return s;
 }
 
-bool have(const char* program) { return std::system(fmt::format("command -v {} >/dev/null 2>&1", program).c_str()) == 0; }
+bool have(const char* program) {
+   return std::system(fmt::format("command -v {} >/dev/null 2>&1", program).c_str()) == 0;
+}
 
 // The pixels of a PNG as Chromium writes it (8-bit RGB or RGBA, not interlaced).
 struct Picture {
@@ -129,8 +136,10 @@ struct Picture {
 
 Picture decodePng(const std::string& file) {
    auto u32 = [&](std::size_t at) {
-      return unsigned(static_cast<unsigned char>(file[at])) << 24 | unsigned(static_cast<unsigned char>(file[at + 1])) << 16 |
-             unsigned(static_cast<unsigned char>(file[at + 2])) << 8 | unsigned(static_cast<unsigned char>(file[at + 3]));
+      return unsigned(static_cast<unsigned char>(file[at])) << 24 |
+             unsigned(static_cast<unsigned char>(file[at + 1])) << 16 |
+             unsigned(static_cast<unsigned char>(file[at + 2])) << 8 |
+             unsigned(static_cast<unsigned char>(file[at + 3]));
    };
    Picture p;
    std::string idat;
@@ -161,9 +170,15 @@ Picture decodePng(const std::string& file) {
                    c = up && x >= p.channels ? up[x - p.channels] : 0;
          int pred = 0;
          switch (filter) {
-            case 1: pred = a; break;
-            case 2: pred = b; break;
-            case 3: pred = (a + b) / 2; break;
+            case 1:
+               pred = a;
+               break;
+            case 2:
+               pred = b;
+               break;
+            case 3:
+               pred = (a + b) / 2;
+               break;
             case 4: {
                const int pa = std::abs(b - c), pb = std::abs(a - c), pc = std::abs(a + b - 2 * c);
                pred = pa <= pb && pa <= pc ? a : pb <= pc ? b : c;
@@ -179,8 +194,9 @@ Picture decodePng(const std::string& file) {
 TEST(SimReportTest, HtmlReportOfA32By36ChassisOpensInChromium) {
    TempDir dir;
    dir.write("chassis.yaml", chassisScenario(32, 36));
-   const std::string run = fmt::format("{} {} --report {} --json {} >{} 2>&1", VYRPTP_SIM_PROGRAM, dir.path("chassis.yaml"),
-                                       dir.path("run.html"), dir.path("run.json"), dir.path("out"));
+   const std::string run =
+       fmt::format("{} {} --report {} --json {} >{} 2>&1", VYRPTP_SIM_PROGRAM, dir.path("chassis.yaml"),
+                   dir.path("run.html"), dir.path("run.json"), dir.path("out"));
    ASSERT_EQ(std::system(run.c_str()), 0) << dir.read("out");
    const std::string html = dir.read("run.html");
    // Self-contained: nothing is fetched from elsewhere.
@@ -200,11 +216,15 @@ TEST(SimReportTest, HtmlReportOfA32By36ChassisOpensInChromium) {
    }
    const std::string flags = "--headless --no-sandbox --disable-gpu --hide-scrollbars --window-size=1100,2600";
    const std::string page = "file://" + dir.path("run.html");
-   ASSERT_EQ(std::system(fmt::format("chromium {} --dump-dom {} >{} 2>/dev/null", flags, page, dir.path("dom")).c_str()), 0);
+   ASSERT_EQ(
+       std::system(fmt::format("chromium {} --dump-dom {} >{} 2>/dev/null", flags, page, dir.path("dom")).c_str()), 0);
    const std::string dom = dir.read("dom");
    EXPECT_THAT(dom, HasSubstr("data-script-ran=\"yes\"")) << "the page's script did not run to its end";
    EXPECT_THAT(dom, Not(HasSubstr("data-script-error"))) << "the page raised a script error";
-   ASSERT_EQ(std::system(fmt::format("chromium {} --screenshot={} {} >/dev/null 2>&1", flags, dir.path("run.png"), page).c_str()), 0);
+   ASSERT_EQ(
+       std::system(
+           fmt::format("chromium {} --screenshot={} {} >/dev/null 2>&1", flags, dir.path("run.png"), page).c_str()),
+       0);
    const Picture p = decodePng(dir.read("run.png"));
    ASSERT_EQ(p.width, 1100u);
    ASSERT_EQ(p.height, 2600u);

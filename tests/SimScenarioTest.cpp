@@ -29,7 +29,8 @@ std::string loadError(const std::string& text) {
 }
 
 TEST(SimScenarioTest, DuplicateKeyNamesBothLines) {
-   EXPECT_EQ(loadError("duration: 2\nchips: []\nduration: 3\n"), "test.yaml:3: duplicate key 'duration' (first on line 1)");
+   EXPECT_EQ(loadError("duration: 2\nchips: []\nduration: 3\n"),
+             "test.yaml:3: duplicate key 'duration' (first on line 1)");
    EXPECT_EQ(loadError("a: {b: 1, b: 2}\n"), "test.yaml:1: duplicate key 'b' (first on line 1)");
 }
 
@@ -44,7 +45,8 @@ TEST(SimScenarioTest, ComplexKeyIsRefusedWithTheFile) {
 }
 
 TEST(SimScenarioTest, AliasIsRefused) {
-   EXPECT_EQ(loadError("a: &x 1\nb: *x\n"), "test.yaml:2: aliases (*name) are not supported in scenarios: write the value out");
+   EXPECT_EQ(loadError("a: &x 1\nb: *x\n"),
+             "test.yaml:2: aliases (*name) are not supported in scenarios: write the value out");
 }
 
 TEST(SimScenarioTest, ParserErrorNamesTheFile) {
@@ -57,7 +59,8 @@ TEST(SimScenarioTest, EventTimesAndDurationAreBounded) {
              "test.yaml:2: 'at' must be a number from 0 to 604800 s, not .nan");
    EXPECT_EQ(loadError("timeline:\n  - at: 1e9\n    note: x\n"),
              "test.yaml:2: 'at' must be a number from 0 to 604800 s, not 1e9");
-   EXPECT_EQ(loadError("duration: .inf\n"), "test.yaml:1: 'duration' must be a number from 0.001 to 604800 s, not .inf");
+   EXPECT_EQ(loadError("duration: .inf\n"),
+             "test.yaml:1: 'duration' must be a number from 0.001 to 604800 s, not .inf");
    EXPECT_EQ(loadError("duration: 0\n"), "test.yaml:1: 'duration' must be a number from 0.001 to 604800 s, not 0");
    EXPECT_EQ(loadError("duration: [1]\n"),
              "test.yaml:1: 'duration' must be a number from 0.001 to 604800 s, not a list or map");
@@ -123,7 +126,8 @@ INSTANTIATE_TEST_SUITE_P(
                 ":114: 'value' must be a whole number from 0 to 4294967295, not 4294967296"},
         Hostile{"FifoDeeperThanTheHardware", "  - logicalFap: 0\n", "  - logicalFap: 0\n    fifoDepth: 9\n",
                 ":8: 'fifoDepth' must be a whole number from 1 to 8, not 9"},
-        Hostile{"DuplicateKey", "ptpMode: 1\n", "ptpMode: 1\nptpMode: 2\n", ":34: duplicate key 'ptpMode' (first on line 33)"},
+        Hostile{"DuplicateKey", "ptpMode: 1\n", "ptpMode: 1\nptpMode: 2\n",
+                ":34: duplicate key 'ptpMode' (first on line 33)"},
         Hostile{"SecondDocument", "ptpMode: 1\n", "ptpMode: 1\n---\nptpMode: 2\n",
                 ":34: a scenario is one YAML document; a second one starts here"},
         Hostile{"UnknownSection", "ptpMode: 1\n", "ptpMode: 1\nptpModes: 2\n", ":34: unknown section 'ptpModes'"},
@@ -144,7 +148,8 @@ INSTANTIATE_TEST_SUITE_P(
                 "  - {intf: Ethernet1/2, state: master, clockId: 001c73.fffe.000001}\n"
                 "  - {intf: Ethernet1/2, state: slave, clockId: 001c73.fffe.000002}\n",
                 ":51: port data set Ethernet1/2 domain 0 port 1 declared twice"},
-        Hostile{"InterfaceOnTwoChips", "{Ethernet4/2: [5, 1]}]", "Ethernet1/1]", ":12: interface Ethernet1/1 is on two chips"},
+        Hostile{"InterfaceOnTwoChips", "{Ethernet4/2: [5, 1]}]", "Ethernet1/1]",
+                ":12: interface Ethernet1/1 is on two chips"},
         Hostile{"UndeclaredChip", "asicTimeFault: {logicalFap: 1,", "asicTimeFault: {logicalFap: 7,",
                 ":64: no chip with logicalFap 7"},
         Hostile{"UndeclaredInterface", "Ethernet1/1: 128", "Ethernet9/1: 128",
@@ -158,8 +163,8 @@ INSTANTIATE_TEST_SUITE_P(
         Hostile{"TimeSyncStateOutOfRange", "timeSync: {0: 3}", "timeSync: {0: 300}",
                 ":78: 'time-sync state' must be a whole number from 0 to 255, not 300"},
         Hostile{"TimeSyncOfUndeclaredChip", "timeSync: {0: 3}", "timeSync: {9: 3}", ":78: no chip with logicalFap 9"},
-        Hostile{"PhyIslandOfUndeclaredInterface", "phyIsland: {Ethernet3/1: {rx: true", "phyIsland: {Ethernet9/9: {rx: true",
-                ":106: 'Ethernet9/9' is not an interface of a chip"},
+        Hostile{"PhyIslandOfUndeclaredInterface", "phyIsland: {Ethernet3/1: {rx: true",
+                "phyIsland: {Ethernet9/9: {rx: true", ":106: 'Ethernet9/9' is not an interface of a chip"},
         Hostile{"CfUpdateEventWithoutEntry", "cfUpdate: {intf: Ethernet2/1, egressMode: egressTimestamp}",
                 "cfUpdate: {intf: Ethernet4/1, egressMode: egressTimestamp}",
                 ":56: Ethernet4/1 has no entry in the 'cfUpdate' section"},

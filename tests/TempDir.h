@@ -19,7 +19,9 @@ class TempDir {
    TempDir(const TempDir&) = delete;
    TempDir& operator=(const TempDir&) = delete;
 
-   std::string path(const std::string& relative = "") const { return relative.empty() ? path_ : path_ + "/" + relative; }
+   std::string path(const std::string& relative = "") const {
+      return relative.empty() ? path_ : path_ + "/" + relative;
+   }
    // Writes `text` as the whole content of `relative`, creating its directories.
    void write(const std::string& relative, const std::string& text) const {
       std::filesystem::create_directories(std::filesystem::path(path(relative)).parent_path());

@@ -104,7 +104,9 @@ TEST_F(TimestampFetcher, CounterTextEndsAtItsFirstZeroByte) {
    ham->textIs("ptp_timestamp", std::string("12\0ab", 5));
    EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 12u);
    EXPECT_TRUE(traces.records.size() == 1u && traces.has(8, "activeHpxHam"));
-   ham->textIs("ptp_timestamp", std::string("\0" "12", 3));
+   ham->textIs("ptp_timestamp", std::string("\0"
+                                            "12",
+                                            3));
    EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 0u);
    EXPECT_TRUE(traces.has(0, "Error: The timestamp used isn't a valid U64: "));
 }
@@ -185,10 +187,12 @@ TEST_F(TimestampFetcher, RetryCountsAnUnchangedValueAndRereadsOnce) {
    EXPECT_EQ(fetcher->errors(), 2u);
    EXPECT_EQ(fetcher->prevHpxTime(), 100u);
    EXPECT_EQ(traces.count(5, "HPX TS: current = 100 = 0x64, previous = 100 = 0x64"), 2u);
-   EXPECT_TRUE(traces.has(0, "[WARNING] HPX TS did not increase: current = 100 = 0x64, previous = 100 = 0x64, "
-                             "error count = 1"));
-   EXPECT_TRUE(traces.has(0, "[WARNING] HPX TS did not increase: current = 100 = 0x64, previous = 100 = 0x64, "
-                             "error count = 2"));
+   EXPECT_TRUE(traces.has(0,
+                          "[WARNING] HPX TS did not increase: current = 100 = 0x64, previous = 100 = 0x64, "
+                          "error count = 1"));
+   EXPECT_TRUE(traces.has(0,
+                          "[WARNING] HPX TS did not increase: current = 100 = 0x64, previous = 100 = 0x64, "
+                          "error count = 2"));
    // The running error count is what the re-read trace shows.
    EXPECT_TRUE(traces.has(1, "re-read HPX TS, number of retries: 1"));
    EXPECT_TRUE(traces.has(1, "re-read HPX TS, number of retries: 2"));
@@ -214,8 +218,9 @@ TEST_F(TimestampFetcher, RetryWith255RetriesEndsAfter256Reads) {
    EXPECT_EQ(ham->valueReads(), 256u);
    EXPECT_EQ(fetcher->errors(), 256u);
    EXPECT_EQ(fetcher->prevHpxTime(), 5 * kSecond);
-   EXPECT_EQ(traces.count(0, "[WARNING] HPX TS did not increase: current = 5000000000 = 0x12a05f200, "
-                             "previous = 5000000000 = 0x12a05f200, error count = 256"),
+   EXPECT_EQ(traces.count(0,
+                          "[WARNING] HPX TS did not increase: current = 5000000000 = 0x12a05f200, "
+                          "previous = 5000000000 = 0x12a05f200, error count = 256"),
              1u);
    EXPECT_TRUE(traces.has(1, "re-read HPX TS, number of retries: 256"));
 }
@@ -228,8 +233,9 @@ TEST_F(TimestampFetcher, RetryDoesNotRereadAStepBackOfOneSecondOrMore) {
    EXPECT_EQ(fetcher->errors(), 1u);
    EXPECT_EQ(fetcher->prevHpxTime(), 3 * kSecond);
    EXPECT_EQ(traces.count(1, "re-read HPX TS, number of retries: 1"), 0u);
-   EXPECT_TRUE(traces.has(0, "[WARNING] HPX TS did not increase: current = 3000000000 = 0xb2d05e00, "
-                             "previous = 5000000000 = 0x12a05f200, error count = 1"));
+   EXPECT_TRUE(traces.has(0,
+                          "[WARNING] HPX TS did not increase: current = 3000000000 = 0xb2d05e00, "
+                          "previous = 5000000000 = 0x12a05f200, error count = 1"));
 
    // Exactly one second back is a time change; one nanosecond less is re-read.
    fetcher->prevHpxTimeIs(5 * kSecond);
@@ -260,8 +266,9 @@ TEST_F(TimestampFetcher, SingleReadYieldsZeroForADecreaseAndKeepsTheValueRead) {
    EXPECT_EQ(fetcher->prevHpxTime(), 50u);
    EXPECT_EQ(ham->valueReads(), 1u);
    EXPECT_TRUE(traces.has(5, "HPX TS: current = 50 = 0x32, previous = 100 = 0x64"));
-   EXPECT_TRUE(traces.has(0, "[WARNING] HPX TS did not increase: current = 50 = 0x32, previous = 100 = 0x64, "
-                             "error count = 1"));
+   EXPECT_TRUE(traces.has(0,
+                          "[WARNING] HPX TS did not increase: current = 50 = 0x32, previous = 100 = 0x64, "
+                          "error count = 1"));
 }
 
 TEST_F(TimestampFetcher, CounterVariantsAssertTheirType) {

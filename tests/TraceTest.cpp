@@ -97,8 +97,8 @@ TEST_F(Trace, ARecordCarriesHandleLevelFileFunctionLineClassAndMessage) {
    std::vector<std::string> seen;
    trace.maskIs(Kiv::kTraceAllLevels);
    Kiv::traceSinkIs([&](const Kiv::TraceRecord& r) {
-      seen.push_back(fmt::format("{}|{}|{}|{}|{}|{}|{}", r.handle, r.level, r.file, r.function, r.line, r.className,
-                                 r.message));
+      seen.push_back(
+          fmt::format("{}|{}|{}|{}|{}|{}|{}", r.handle, r.level, r.file, r.function, r.line, r.className, r.message));
       seen.push_back(Kiv::traceLine(r));
    });
    const std::uint32_t line = Emitter{}.run();
@@ -185,8 +185,9 @@ TEST_F(Trace, RecordsGoToAFile) {
    std::ifstream in(path);
    std::stringstream text;
    text << in.rdbuf();
-   EXPECT_EQ(text.str(), fmt::format("[TraceTest/5] TraceTest.cpp:{} Trace_RecordsGoToAFile_Test::TestBody() to the file 1\n",
-                                     line));
+   EXPECT_EQ(
+       text.str(),
+       fmt::format("[TraceTest/5] TraceTest.cpp:{} Trace_RecordsGoToAFile_Test::TestBody() to the file 1\n", line));
    EXPECT_THROW(Kiv::traceFileIs("/nonexistent-directory/trace.log"), std::runtime_error);
    std::remove(path.c_str());
 }
@@ -235,11 +236,10 @@ TEST_F(TraceEnvironmentDeathTest, TheEnvironmentNamesATraceFile) {
 
 TEST(TraceDeathTest, KassertStopsWithMessageFileFunctionAndLine) {
    const int line = __LINE__ + 1;  // a macro's code is located at its first line
-   EXPECT_DEATH(
-       Kiv::kassert(false, "Missing required chipInfoGif {}", 7),
-       fmt::format("Assertion failed: Missing required chipInfoGif 7 \\(TraceTest\\.cpp:{}, "
-                   "TraceDeathTest_KassertStopsWithMessageFileFunctionAndLine_Test::TestBody\\)",
-                   line));
+   EXPECT_DEATH(Kiv::kassert(false, "Missing required chipInfoGif {}", 7),
+                fmt::format("Assertion failed: Missing required chipInfoGif 7 \\(TraceTest\\.cpp:{}, "
+                            "TraceDeathTest_KassertStopsWithMessageFileFunctionAndLine_Test::TestBody\\)",
+                            line));
 }
 
 }  // namespace

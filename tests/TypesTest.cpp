@@ -3,9 +3,9 @@
 
 #include <unordered_set>
 
-#include "Ptp/Types.h"
 #include "Pondo/Enum.h"
 #include "Pondo/Types.h"
+#include "Ptp/Types.h"
 #include "Wyx/IntfId.h"
 
 using Pondo::Generation;

@@ -81,11 +81,11 @@ class Collector : public CollectionTest {
    std::uint64_t reads() const { return sm->egressTsTable()->readsCompleted(); }
    const Ptp::IngressEgressTimes* published(IntfId i) const { return glint->intfTimestamp(i); }
 
-   Pondo::Ptr<Brim::TimerWheel> wheel = Brim::TimerWheelIs(
-       Kiv::activityManager().clock(), VyrPtp::VyrEgressTsArmAggregateSm::timerWheelTickMsecs,
-       VyrPtp::VyrEgressTsArmAggregateSm::timerWheelInitialMaxTicks,
-       VyrPtp::VyrEgressTsArmAggregateSm::timerWheelPreserveOrder,
-       VyrPtp::VyrEgressTsArmAggregateSm::timerWheelDefaultBucketSize);
+   Pondo::Ptr<Brim::TimerWheel> wheel =
+       Brim::TimerWheelIs(Kiv::activityManager().clock(), VyrPtp::VyrEgressTsArmAggregateSm::timerWheelTickMsecs,
+                          VyrPtp::VyrEgressTsArmAggregateSm::timerWheelInitialMaxTicks,
+                          VyrPtp::VyrEgressTsArmAggregateSm::timerWheelPreserveOrder,
+                          VyrPtp::VyrEgressTsArmAggregateSm::timerWheelDefaultBucketSize);
    Pondo::Ptr<VyrPtp::TimestampFetcher> fetcher = VyrPtp::timestampFetcherFactory(timeSyncStatus, timeSyncConfig);
    Pondo::Ptr<VyrEgressTsArmLogicalFapSm> sm;
 };

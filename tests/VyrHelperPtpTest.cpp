@@ -70,8 +70,9 @@ TEST_F(AsicTimeConversion, CalcEgressTimestampWidensAndTracesDetailAtLevel3) {
    // Read 2 s after the latch: the low word has wrapped since.
    EXPECT_EQ(TimestampFetcherBase::calcEgressTimestamp(egress + 2 * kSecond, Wyx::IntfId("Et3/1"), 7, latched), egress);
    ASSERT_EQ(traces.records.size(), 1u);
-   EXPECT_TRUE(traces.has(3, "   seconds: 0x6553f100 nanoseconds: 0x75bcd15 asic32bit_ts: 0x3d85cd15 "
-                             "egressTimestamp: 0x17979CFE3D85CD15 sequenceId: 7"));
+   EXPECT_TRUE(traces.has(3,
+                          "   seconds: 0x6553f100 nanoseconds: 0x75bcd15 asic32bit_ts: 0x3d85cd15 "
+                          "egressTimestamp: 0x17979CFE3D85CD15 sequenceId: 7"));
 }
 
 TEST_F(AsicTimeConversion, CalcEgressTimestampChecksBeforeWidening) {
@@ -148,10 +149,10 @@ TEST(DetailText, SameBytesAsPrintfOverRandomValues) {
    std::mt19937_64 rng(seed);
    auto check = [](U64 e, U32 c, U32 seq) {
       char expected[160];
-      const int n = std::snprintf(
-          expected, sizeof expected,
-          "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
-          U32(e / kSecond), U32(e % kSecond), c, static_cast<unsigned long long>(e), seq);
+      const int n =
+          std::snprintf(expected, sizeof expected,
+                        "   seconds: 0x%x nanoseconds: 0x%x asic32bit_ts: 0x%x egressTimestamp: 0x%llX sequenceId: %u",
+                        U32(e / kSecond), U32(e % kSecond), c, static_cast<unsigned long long>(e), seq);
       TimestampFetcherBase::DetailText out;
       ASSERT_EQ(TimestampFetcherBase::detailText(out, e, c, seq), std::string_view(expected, std::size_t(n)))
           << "e=" << e << " c=" << c << " seq=" << seq;
@@ -204,8 +205,9 @@ TEST_F(ReadAsicTimestamp, ReadsTimeOfDayOfTheRecord) {
    U64 tod = 7;
    EXPECT_EQ(VyrPtp::readAsicTimestamp(fd, tod), 0);
    EXPECT_EQ(tod, 1700000000000000000u);
-   EXPECT_TRUE(traces.has(8, "readAsicTimestamp Timestamps read ToD:1700000000000000000, PTP:1700000000000000001, "
-                             "ASIC:42"));
+   EXPECT_TRUE(traces.has(8,
+                          "readAsicTimestamp Timestamps read ToD:1700000000000000000, PTP:1700000000000000001, "
+                          "ASIC:42"));
 }
 
 TEST_F(ReadAsicTimestamp, EmptyFileFails) {

@@ -50,7 +50,9 @@ class IngressFwdCtrlTest : public ::testing::Test {
    Pondo::Ptr<VyrIngressPktFwdControlArmSm> make() {
       return VyrPtp::IngressPktFwdCtrl::vyrIngressPktFwdControlArmSmFactory(global, em);
    }
-   static std::uint64_t commits(const Asic::SimulatedChip& d) { return d.commits(Ing1588MessageTypeFwdCtrlTable::name); }
+   static std::uint64_t commits(const Asic::SimulatedChip& d) {
+      return d.commits(Ing1588MessageTypeFwdCtrlTable::name);
+   }
    static std::optional<Entry> row(const Asic::SimulatedChip& d, std::uint32_t i) {
       return d.committed<Entry>(Ing1588MessageTypeFwdCtrlTable::name, i);
    }

@@ -36,8 +36,10 @@ class ReadyRecorder final : public Pondo::Subscriber {
    void onChange(const Pondo::Change& c) override {
       if (c.source == status_.get()) return;
       const auto* intf = static_cast<const Ptp::HwIntfStatus*>(c.source);
-      if (c.field == Ptp::HwIntfStatus::F::intfReadyForRxPacket) entries.emplace_back(intf->intfId(), "rx", c.newAs<bool>());
-      if (c.field == Ptp::HwIntfStatus::F::intfReadyForTxPacket) entries.emplace_back(intf->intfId(), "tx", c.newAs<bool>());
+      if (c.field == Ptp::HwIntfStatus::F::intfReadyForRxPacket)
+         entries.emplace_back(intf->intfId(), "rx", c.newAs<bool>());
+      if (c.field == Ptp::HwIntfStatus::F::intfReadyForTxPacket)
+         entries.emplace_back(intf->intfId(), "tx", c.newAs<bool>());
    }
    std::vector<Entry> entries;
 
@@ -219,7 +221,8 @@ TEST_F(HwStatusTest, ChipInterfaceWhosePhyStillTimestampsIsNotReady) {
    EXPECT_FALSE(rx(et1) || tx(et1));
    EXPECT_FALSE(fap(3)->externalPhyHardwareStopped(et1));
    EXPECT_TRUE(ready(et2));
-   EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1: externalPhy: intfReadyForRxPacket: false, intfReadyForTxPacket: true"));
+   EXPECT_TRUE(
+       traces.has(7, "intfId: Ethernet3/1: externalPhy: intfReadyForRxPacket: false, intfReadyForTxPacket: true"));
    EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1, asic: asicReady: false"));
    island("Linecard")->physicalIntfStatus(et1)->intfReadyForTxIs(false);
    EXPECT_TRUE(fap(3)->externalPhyHardwareStopped(et1));
@@ -251,8 +254,9 @@ TEST_F(HwStatusTest, PhyInterfaceWithoutIslandStatusIsNotReadyUntilTheIslandAppe
    EXPECT_TRUE(traces.has(7, "fapId: 3, sliceName: Linecard3"));
    EXPECT_TRUE(traces.has(7, "fapId: 4, sliceName: Linecard4"));
    EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1, externalPhy: intfRxReady: true, intfTxReady: false"));
-   EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1, timestampLocation: externalPhy, intfReadyForRx: true, "
-                             "intfReadyForTx: false"));
+   EXPECT_TRUE(traces.has(7,
+                          "intfId: Ethernet3/1, timestampLocation: externalPhy, intfReadyForRx: true, "
+                          "intfReadyForTx: false"));
    // Removing the entity clears it from every chip.
    islandDir->entityPtrDel("PhyIsland-Linecard");
    EXPECT_FALSE(fap(3)->ptpTimestampingStatus());
@@ -278,10 +282,15 @@ TEST_F(HwStatusTest, LocationChangeShowsNotReadyBeforeTheNewReadiness) {
    traces.clear();
    atPhy(et1);
    using E = ReadyRecorder::Entry;
-   EXPECT_EQ(changes.entries, (std::vector<E>{{et1, "rx", false}, {et1, "tx", false}, {et1, "rx", true},
-                                              {et1, "tx", true}, {et1, "rx", false}, {et1, "tx", false}}));
-   EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1, invalidated hw ready: intfReadyForRxPacket: false, "
-                             "intfReadyForTxPacket: false"));
+   EXPECT_EQ(changes.entries, (std::vector<E>{{et1, "rx", false},
+                                              {et1, "tx", false},
+                                              {et1, "rx", true},
+                                              {et1, "tx", true},
+                                              {et1, "rx", false},
+                                              {et1, "tx", false}}));
+   EXPECT_TRUE(traces.has(7,
+                          "intfId: Ethernet3/1, invalidated hw ready: intfReadyForRxPacket: false, "
+                          "intfReadyForTxPacket: false"));
    changes.entries.clear();
    phy(et1, true, true);
    EXPECT_EQ(changes.entries, (std::vector<E>{{et1, "rx", true}, {et1, "tx", true}}));
@@ -304,8 +313,9 @@ TEST_F(HwStatusTest, DisabledOrUnconfiguredInterfaceIsNotReady) {
    EXPECT_TRUE(ready(et1));
    hwConfig->intfConfigDel(et1);
    EXPECT_FALSE(rx(et1) || tx(et1));
-   EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1, timestampLocation: chip, intfReadyForRx: false, "
-                             "intfReadyForTx: false"));
+   EXPECT_TRUE(traces.has(7,
+                          "intfId: Ethernet3/1, timestampLocation: chip, intfReadyForRx: false, "
+                          "intfReadyForTx: false"));
 }
 
 TEST_F(HwStatusTest, InterfaceStatusIsCreatedWithItsInitialValuesAndExistingOnesAreKept) {
@@ -379,8 +389,9 @@ TEST_F(HwStatusTest, ChipMachineStartsTheTimeFileMachineOnItsFapPaths) {
    EXPECT_TRUE(config->initCounter());
    EXPECT_FALSE(config->waitForCounterInit());
    EXPECT_TRUE(fap(3)->asicTimestampFileStatus());
-   EXPECT_TRUE(traces.has(7, "starting asicTimestampFileSm: timestampConfigFile /proc/asic-time/3/ts, "
-                             "counterConfigFile: /proc/asic-time/3/cfg"));
+   EXPECT_TRUE(traces.has(7,
+                          "starting asicTimestampFileSm: timestampConfigFile /proc/asic-time/3/ts, "
+                          "counterConfigFile: /proc/asic-time/3/cfg"));
 }
 
 TEST_F(HwStatusTest, ChipMachineWithoutChipInfoUsesUnit128) {
@@ -415,8 +426,9 @@ TEST_F(HwStatusTest, TracesOfTheChipWalk) {
    EXPECT_TRUE(traces.has(8, "intfId: Ethernet4/2"));
    EXPECT_TRUE(traces.has(7, "asicTimestampFileStatus: true"));
    EXPECT_TRUE(traces.has(7, "timeSyncStatus stable: true"));
-   EXPECT_TRUE(traces.has(7, "intfId: Ethernet4/2, timestampLocation: chip, intfReadyForRx: true, "
-                             "intfReadyForTx: true"));
+   EXPECT_TRUE(traces.has(7,
+                          "intfId: Ethernet4/2, timestampLocation: chip, intfReadyForRx: true, "
+                          "intfReadyForTx: true"));
 }
 
 TEST_F(HwStatusTest, BuiltOnPopulatedInputsEqualsOneThatWatchedThemFill) {

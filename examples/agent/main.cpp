@@ -64,8 +64,8 @@ int main() {
       intfInfoStatus->intfInfoIs(i)->programmerInfoIs(kProgrammer);
       hwStatus->intfStatusIs(i, Ptp::LinuxTsOptions());
    }
-   auto readiness = VyrPtp::aggregatorSmNiFactory(hwStatus, intfInfoStatus, VyrPtp::Programmer::ptpPipelineInfoStatusFactory(),
-                                                  actions);
+   auto readiness = VyrPtp::aggregatorSmNiFactory(hwStatus, intfInfoStatus,
+                                                  VyrPtp::Programmer::ptpPipelineInfoStatusFactory(), actions);
 
    // Egress timestamps: both interfaces need polling; none is timestamped at a PHY.
    auto decisions = VyrPtp::egressTimestampIntfStatusFactory("egressTimestampIntfStatus");

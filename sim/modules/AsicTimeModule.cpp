@@ -56,7 +56,8 @@ Fault parseFault(const Scenario& s, const Event& e) {
       s.onlyKeys(b, {"logicalFap", "fault", "for", "text"});
       f.logicalFap = int(s.integer(b, "logicalFap", 0, 0xFFFF));
       if (f.fault != "missing" && f.fault != "zero" && f.fault != "garbage") {
-         s.fail(b["fault"], fmt::format("unknown ASIC time fault '{}' (expected one of: missing, zero, garbage)", f.fault));
+         s.fail(b["fault"],
+                fmt::format("unknown ASIC time fault '{}' (expected one of: missing, zero, garbage)", f.fault));
       }
       f.span = s.number(b, "for", span);
       f.text = s.get<std::string>(b, "text", "garbage");
@@ -75,7 +76,8 @@ Fault parseFault(const Scenario& s, const Event& e) {
    } else if (f.fault == "gpio") {
       f.value = std::uint32_t(s.integer(b, "value", 0, 0xFFFFFFFF));
    } else {
-      s.fail(b["fault"], fmt::format("unknown FPGA fault '{}' (expected one of: stepBack, stall, text, gpio)", f.fault));
+      s.fail(b["fault"],
+             fmt::format("unknown FPGA fault '{}' (expected one of: stepBack, stall, text, gpio)", f.fault));
    }
    return f;
 }
@@ -165,7 +167,7 @@ struct ChipTime {
    // The simulated kernel's side.
    bool counterRunning = false;
    bool latchedSinceWrite = false;
-   std::string fault;  // ASIC time fault in force, or empty
+   std::string fault;     // ASIC time fault in force, or empty
    std::string fileText;  // what the time file reads (its storage is reused for every write)
    std::string faultText;
    Kiv::Seconds faultUntil = 0;
@@ -221,7 +223,8 @@ class AsicTimeModule final : public Module {
          }
       }
       const Kiv::Seconds utc = Kiv::currentTimeUtc();
-      utcAtStartNs_ = std::uint64_t(std::floor(utc)) * kSecond + std::uint64_t(std::llround((utc - std::floor(utc)) * 1e9));
+      utcAtStartNs_ =
+          std::uint64_t(std::floor(utc)) * kSecond + std::uint64_t(std::llround((utc - std::floor(utc)) * 1e9));
       loopAtStart_ = Kiv::currentTime();
 
       auto syncConfig = w.sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config");
@@ -270,8 +273,10 @@ class AsicTimeModule final : public Module {
          } else {
             writeTimeFile(t);
          }
-         w.log("asicTime: kernel: {} of chip {} {} for {} s", f.fault == "missing" ? "time file" : "counter",
-               t.unit, f.fault == "missing" ? "removed" : f.fault == "zero" ? "reads 0" : "reads '" + f.text + "'",
+         w.log("asicTime: kernel: {} of chip {} {} for {} s", f.fault == "missing" ? "time file" : "counter", t.unit,
+               f.fault == "missing" ? "removed"
+               : f.fault == "zero"  ? "reads 0"
+                                    : "reads '" + f.text + "'",
                f.span);
          return;
       }
@@ -341,8 +346,9 @@ class AsicTimeModule final : public Module {
       t.fileConfig = fapSm->asicTimestampFileConfig();
       t.fileStatus = fapSm->asicTimestampFileStatus();
       t.fileFetcher = VyrPtp::asicTimestampFetcherFactory(t.fileConfig, t.fileStatus);
-      t.hpxFetcher = VyrPtp::timestampFetcherFactory(world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status"),
-                                                     world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config"));
+      t.hpxFetcher =
+          VyrPtp::timestampFetcherFactory(world_->sysdb->entityIs<PtpTimeSync::Status>("ptpTimeSync/status"),
+                                          world_->sysdb->entityIs<PtpTimeSync::Config>("ptpTimeSync/config"));
       t.watch = Kiv::make<ReadyWatch>(t.fileStatus, [this, chip](int fd) { fileReadyIs(*chip, fd); });
       fileReadyIs(t, t.fileStatus->timestampFd());
    }
@@ -386,7 +392,8 @@ class AsicTimeModule final : public Module {
    void kernelTick() {
       const Kiv::Seconds now = Kiv::currentTime();
       for (auto& [fap, t] : chips_) {
-         if (!t.counterRunning && files_->counterConfig(t.unit) == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
+         if (!t.counterRunning &&
+             files_->counterConfig(t.unit) == VyrPtp::AsicTimestampFileConfig::counterInitCommand) {
             t.counterRunning = true;
             world_->log("asicTime: kernel: counter of chip {} initialised", t.unit);
          }
@@ -406,8 +413,8 @@ class AsicTimeModule final : public Module {
       kernel_->timeMinIs(now + kKernelPeriod);
    }
 
-   void widen(ChipTime& t, VyrPtp::TimestampFetcherBase& fetcher, Tally& tally, std::uint64_t latched,
-              Wyx::IntfId intf, const char* via) {
+   void widen(ChipTime& t, VyrPtp::TimestampFetcherBase& fetcher, Tally& tally, std::uint64_t latched, Wyx::IntfId intf,
+              const char* via) {
       const auto bucket = std::size_t((Kiv::currentTime() - loopAtStart_) / bucket_);
       if (!fetcher.timestampReady()) {
          tally.count(Tally::notReady, bucket);

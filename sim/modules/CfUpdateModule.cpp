@@ -250,7 +250,8 @@ class CfUpdateModule final : public Module {
       }
       for (const auto& [id, fapSm] : sm_->logicalFapSm()) {
          Json& fap = out["logicalFaps"][std::to_string(id)];
-         const auto* chip = static_cast<const Asic::SimulatedChip*>(fapSm->cfUpdateLogicalFapInfo()->chipInfoGif()->chipInfo().device());
+         const auto* chip = static_cast<const Asic::SimulatedChip*>(
+             fapSm->cfUpdateLogicalFapInfo()->chipInfoGif()->chipInfo().device());
          Json& programmed = fap["programmed"] = Json::array();
          for (IntfId i : sm_->logicalFapStatus(id)->programmedIntf()) programmed.push(Json(i.name()));
          fap["rxCommits"] = chip->commits(Asic::RxCfControlTable::name);

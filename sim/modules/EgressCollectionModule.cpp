@@ -38,9 +38,9 @@
 
 #include "Asic/SimulatedChip.h"
 #include "Module.h"
-#include "TimeSource.h"
 #include "Platform/File.h"
 #include "Platform/ProductAttributes.h"
+#include "TimeSource.h"
 #include "VyrPtp/VyrEgressTsArmSm.h"
 #include "Watch.h"
 
@@ -128,8 +128,8 @@ struct Flow {
    std::uint64_t sent = 0;
    std::array<std::uint64_t, kFates> fates{};  // of the messages no longer in flight
    Delays delays;
-   std::deque<Message> inChip;         // the slot's FIFO, oldest first
-   std::optional<Message> awaiting;    // read by a poll, publication due
+   std::deque<Message> inChip;       // the slot's FIFO, oldest first
+   std::optional<Message> awaiting;  // read by a poll, publication due
    // Published since the last agent restart: all of them, and those latched before it.
    std::uint64_t publishedSinceRestart = 0, staleSinceRestart = 0;
    std::vector<std::pair<Kiv::Seconds, bool>> externalPhy;  // (when, timestamped at the PHY) at each change
@@ -382,8 +382,9 @@ class EgressCollectionModule final : public Module {
          const auto unit = std::uint8_t(c.chip->logicalFap);  // the asicTime module's files are per logical FAP
          auto fap = tsInfo_->logicalFapInfoIs(c.chip->logicalFap, unit, c.info);
          for (const auto& [slot, f] : c.bySlot) fap->intfInfoIs({f->intf, 32, slot});
-         world_->log("egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
-                     c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
+         world_->log(
+             "egress collection: chip {} collector takes full time from {}", c.chip->logicalFap,
+             c.asicTimeFile ? fmt::format("the ASIC time file /proc/asic-time/{}/ts", unit) : "the FPGA counter");
       }
    }
 
@@ -482,7 +483,8 @@ class EgressCollectionModule final : public Module {
       char buf[64];
       for (int attempt = 0; attempt < 2; ++attempt) {
          if (c.timeFile < 0) {
-            c.timeFile = Platform::fileOpen(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap), O_RDONLY | O_CLOEXEC);
+            c.timeFile =
+                Platform::fileOpen(fmt::format("/proc/asic-time/{}/ts", c.chip->logicalFap), O_RDONLY | O_CLOEXEC);
          }
          const ssize_t n = c.timeFile < 0 ? -1 : ::pread(c.timeFile, buf, sizeof buf, 0);
          if (n > 0) {

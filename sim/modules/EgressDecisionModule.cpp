@@ -55,7 +55,7 @@ class StatusLogger final : public Pondo::Subscriber {
       using S = VyrPtp::EgressTimestampIntfStatus;
       const char* what = c.field == S::F::clockId                            ? "clockId"
                          : c.field == S::F::physicalIntfNeedsOneStepCfUpdate ? "physicalIntfNeedsOneStepCfUpdate"
-                                                                              : "physicalIntfNeedsPolling";
+                                                                             : "physicalIntfNeedsPolling";
       const char* kind = c.added() ? "added" : c.removed() ? "removed" : "changed";
       world_.log("  egress status: {} {} {}", what, kind, c.keyAs<IntfId>().shortName());
    }
@@ -114,7 +114,8 @@ class EgressDecisionModule final : public Module {
             for (std::size_t i = 0; i < members.size(); ++i) {
                auto [other, fresh] = lagOf.emplace(members[i], lag);
                if (!fresh) {
-                  s.fail(kv.second[i], fmt::format("{} is already a member of {}", members[i].name(), other->second.name()));
+                  s.fail(kv.second[i],
+                         fmt::format("{} is already a member of {}", members[i].name(), other->second.name()));
                }
             }
             lagIs(lag, members);
@@ -247,9 +248,7 @@ class EgressDecisionModule final : public Module {
       if (!n["name"] || !n["members"]) scenario_->fail(n, "a 'lag' event needs 'name' and 'members'");
       return {lagName(n["name"]), memberList(n["members"])};
    }
-   Ptp::PtpMode ptpMode(const YAML::Node& n) const {
-      return Ptp::PtpMode(scenario_->integerAs(n, "ptpMode", 0, 255));
-   }
+   Ptp::PtpMode ptpMode(const YAML::Node& n) const { return Ptp::PtpMode(scenario_->integerAs(n, "ptpMode", 0, 255)); }
    std::vector<std::pair<IntfId, Interface::OperStatus>> operStatusChanges(const YAML::Node& n) const {
       if (!n.IsMap()) scenario_->fail(n, "oper status maps interfaces to up, down, notPresent, ...");
       std::vector<std::pair<IntfId, Interface::OperStatus>> changes;
@@ -278,7 +277,8 @@ class EgressDecisionModule final : public Module {
    PortDSChange portDSChange(const YAML::Node& n) const {
       scenario_->onlyKeys(n, {"intf", "domain", "port", "state", "clockId", "remove"});
       if (!n["intf"]) scenario_->fail(n, "missing 'intf'");
-      const auto domain = scenario_->integer(n, "domain", 0, 255, 0), port = scenario_->integer(n, "port", 0, 0xFFFF, 1);
+      const auto domain = scenario_->integer(n, "domain", 0, 255, 0),
+                 port = scenario_->integer(n, "port", 0, 0xFFFF, 1);
       PortDSChange c{Ptp::PortDSKey(ptpIntf(n["intf"]), std::uint8_t(domain), std::uint16_t(port))};
       c.remove = scenario_->get<bool>(n, "remove", false);
       if (YAML::Node s = n["state"]) {

@@ -131,7 +131,8 @@ class HwStatusModule final : public Module {
          for (const auto& kv : sec["slices"]) slices[chipAt(kv.first).logicalFap] = kv.second.Scalar();
       }
       for (const Chip& c : w.chips) {
-         const std::string slice = slices.count(c.logicalFap) ? slices[c.logicalFap] : fmt::format("Linecard{}", c.logicalFap);
+         const std::string slice =
+             slices.count(c.logicalFap) ? slices[c.logicalFap] : fmt::format("Linecard{}", c.logicalFap);
          auto info = unit_->fapInfoIs(VyrPtp::UnitPort::FapId(c.logicalFap), slice, chipName(c));
          for (IntfId i : c.interfaces) info->intfInfoIs(i);
       }
@@ -150,7 +151,8 @@ class HwStatusModule final : public Module {
       statusWatch_ = Kiv::make<Watch<Ptp::HwStatus>>(hwStatus_, [this](const Kiv::Change&) { snapshotAll(); });
       locationWatch_ = Kiv::make<Watch<VyrPtp::PtpTimestampLocationConfig>>(location_, [this](const Kiv::Change& c) {
          if (c.source == location_.get()) {
-            world_->log("hw status: {} timestamped at its {}", c.keyAs<IntfId>().shortName(), c.added() ? "PHY" : "chip");
+            world_->log("hw status: {} timestamped at its {}", c.keyAs<IntfId>().shortName(),
+                        c.added() ? "PHY" : "chip");
          }
       });
       snapshotAll();
@@ -219,7 +221,8 @@ class HwStatusModule final : public Module {
       Platform::productAttributesIs(
           Kiv::make<Platform::ProductAttributes>(Platform::Attributes{bool(asicTime), initCounter}));
       locationSm_ = VyrPtp::Location::vyrPtpLocationSmFactory(
-          adapted_, location_, timeSyncConfig_, db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus"));
+          adapted_, location_, timeSyncConfig_,
+          db.entityIs<VyrPtp::EgressTimestampIntfStatus>("ptp/egressTimestampIntfStatus"));
       sm_ = VyrPtp::Location::vyrPtpHwStatusSmFactory(unit_, adapted_, location_, islands_, timeSyncStatus_,
                                                       timeSyncSupported_, hwStatus_);
       db.entityPtrIs("ptp/hwStatusSm", sm_);
@@ -318,7 +321,8 @@ class HwStatusModule final : public Module {
    void applyPhyIslands(const PhyIslands& phys) {
       for (const auto& [key, ready] : phys) {
          const IntfId intf = chipIntf(key);
-         const std::string island = VyrPtp::Location::VyrPtpHwStatusSm::phyIslandName(infoOf(*chipOf_.at(intf)).sliceName());
+         const std::string island =
+             VyrPtp::Location::VyrPtpHwStatusSm::phyIslandName(infoOf(*chipOf_.at(intf)).sliceName());
          auto status = islands_->entityIs<VyrPtp::PtpTimestampStatus>(island);
          if (!ready) {
             status->physicalIntfStatusDel(intf);
@@ -365,7 +369,8 @@ class HwStatusModule final : public Module {
       }
       if (fap->timeSyncSupported()) {
          const PtpTimeSync::SwitchStatus* sync = fap->timeSyncStatus();
-         if (!sync) reasons.push_back("time-sync status missing");
+         if (!sync)
+            reasons.push_back("time-sync status missing");
          else if (sync->state() != PtpTimeSync::SwitchStatus::stateStable) {
             reasons.push_back(fmt::format("time synchronisation not stable: state {}", sync->state()));
          }

@@ -49,7 +49,8 @@ class IngressFwdCtrlModule final : public Module {
    void agentRestart(World& w) override {
       sm_ = nullptr;
       sm_ = VyrPtp::IngressPktFwdCtrl::vyrIngressPktFwdControlArmSmFactory(global_, em_);
-      w.log("ingress forwarding control: agent restarted the machine; {} chips", sm_->ingressPktFwdControlTable().size());
+      w.log("ingress forwarding control: agent restarted the machine; {} chips",
+            sm_->ingressPktFwdControlTable().size());
    }
 
    // Per chip, each ingress profile's flags as the simulated chip holds them.
@@ -61,7 +62,8 @@ class IngressFwdCtrlModule final : public Module {
          c["commits"] = device.commits(Ing1588MessageTypeFwdCtrlTable::name);
          Json& profiles = c["profiles"] = Json::object();
          for (std::uint32_t index : device.committedIndexes(Ing1588MessageTypeFwdCtrlTable::name)) {
-            auto row = device.committed<Ing1588MessageTypeFwdCtrlTable::Entry>(Ing1588MessageTypeFwdCtrlTable::name, index);
+            auto row =
+                device.committed<Ing1588MessageTypeFwdCtrlTable::Entry>(Ing1588MessageTypeFwdCtrlTable::name, index);
             Json& p = profiles[std::string(Pondo::enumName(Ing1588IngressProfile(index)))];
             p["index"] = index;
             p["flags"] = fmt::format("{}", fmt::join(row->flag, ""));

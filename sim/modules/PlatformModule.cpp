@@ -67,7 +67,8 @@ class PlatformModule final : public Module {
                place.localCoreId = portNumber(s, at[1], "core");
             }
             auto id = Wyx::IntfId::parse(s.as<std::string>(name, "interface"));
-            if (!id || !Wyx::isEthernetIntfId(*id)) s.fail(i, fmt::format("'{}' is not an Ethernet interface name", name.Scalar()));
+            if (!id || !Wyx::isEthernetIntfId(*id))
+               s.fail(i, fmt::format("'{}' is not an Ethernet interface name", name.Scalar()));
             if (!seen.insert(*id).second) s.fail(i, fmt::format("interface {} is on two chips", id->name()));
             chip.interfaces.push_back(*id);
             places.push_back(place);

@@ -104,8 +104,8 @@ class ReadinessObserver final : public Kiv::Reactor {
    struct Intf {
       bool present = false;
       bool ready = false;
-      double since = -1;             // when the readiness last changed; -1: never
-      std::uint32_t generation = 0;  // the action generation at that time
+      double since = -1;                             // when the readiness last changed; -1: never
+      std::uint32_t generation = 0;                  // the action generation at that time
       std::vector<std::pair<double, bool>> history;  // (when, ready) at each change
    };
    struct Verdict {
@@ -129,7 +129,9 @@ class ReadinessObserver final : public Kiv::Reactor {
    // The verdict present when the observer starts counts as the first one.
    void onConstruct() override { notePipeline(); }
    void on_readinessHw(const Kiv::Change& c) { follow(c, readinessHw_.get(), byReadiness, "readiness aggregator"); }
-   void on_programmerHw(const Kiv::Change& c) { follow(c, programmerHw_.get(), byProgrammers, "programmer aggregator"); }
+   void on_programmerHw(const Kiv::Change& c) {
+      follow(c, programmerHw_.get(), byProgrammers, "programmer aggregator");
+   }
    void on_pipeline(const Kiv::Change& c) {
       if (c.field == VyrPtp::PtpPipelineAggState::F::generation) notePipeline();
    }
@@ -198,7 +200,9 @@ class ReadinessModule final : public Module {
          decl.name = s.get<std::string>(p, "name");
          if (decl.name.empty()) s.fail(p, "a programmer's 'name' is empty");
          if (decl.name == "CF_UPDATE") {
-            s.fail(p, "CF_UPDATE is the library's correction-field programmer: give the interfaces' settings in 'cfUpdate'");
+            s.fail(
+                p,
+                "CF_UPDATE is the library's correction-field programmer: give the interfaces' settings in 'cfUpdate'");
          }
          for (const ProgrammerDecl& other : decls_) {
             if (other.name == decl.name) s.fail(p, fmt::format("programmer {} declared twice", decl.name));
@@ -241,8 +245,7 @@ class ReadinessModule final : public Module {
       }
 
       for (const ProgrammerDecl& decl : decls_) {
-         programmers_.push_back(
-             Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, *records_, w));
+         programmers_.push_back(Kiv::make<SimProgrammer>(decl, interfacesOf(decl, chassis, w), actions_, *records_, w));
       }
       startMachines(w);
       w.log("readiness: {} programmers over {} interfaces; actions at generation {}", decls_.size(), chassis.size(),
@@ -323,10 +326,11 @@ class ReadinessModule final : public Module {
    void startMachines(World& w) {
       auto readinessHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/readiness/hwStatus");
       auto programmerHw = w.sysdb->entityIs<Ptp::HwStatus>("ptp/programmer/hwStatus");
-      readinessSm_ = VyrPtp::aggregatorSmNiFactory(readinessHw, records_->intfInfoStatus, records_->pipelineInfoStatus,
-                                                   actions_);
+      readinessSm_ =
+          VyrPtp::aggregatorSmNiFactory(readinessHw, records_->intfInfoStatus, records_->pipelineInfoStatus, actions_);
       programmerSm_ = aggregatorSmFactory(records_->status, programmerHw);
-      observer_ = Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
+      observer_ =
+          Kiv::make<ReadinessObserver>(readinessHw, programmerHw, readinessSm_->pipelineAggState(), actions_, w);
    }
 
    // What keeps an interface from being ready: its programmers' reports of the current generation.

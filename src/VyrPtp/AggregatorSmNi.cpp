@@ -146,9 +146,7 @@ void AggregatorSmNi::on_intfInfoStatus(const Kiv::Change& c) {
    }
 }
 
-void AggregatorSmNi::handleInitialized() {
-   pipelineInfoSmIs(pipelineInfoStatus_, ptpActions_, pipelineAggStateIs());
-}
+void AggregatorSmNi::handleInitialized() { pipelineInfoSmIs(pipelineInfoStatus_, ptpActions_, pipelineAggStateIs()); }
 
 void AggregatorSmNi::createIntfInfoSm(Wyx::IntfId k) {
    PtpIntfInfo* intfInfo = intfInfoStatus_ ? intfInfoStatus_->intfInfo(k) : nullptr;
@@ -223,7 +221,8 @@ Pondo::Ptr<PipelineInfoSm> pipelineInfoSmFactory(Pondo::Ptr<const PtpPipelineInf
    return Kiv::make<PipelineInfoSm>(std::move(pipelineInfoStatus), std::move(ptpActions), std::move(pipelineAggState));
 }
 
-Pondo::Ptr<IntfInfoSm> intfInfoSmFactory(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
+Pondo::Ptr<IntfInfoSm> intfInfoSmFactory(Pondo::Ptr<const PtpIntfInfo> intfInfo,
+                                         Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
                                          Pondo::Ptr<const PtpActions> ptpActions) {
    return Kiv::make<IntfInfoSm>(std::move(intfInfo), std::move(hwIntfStatus), std::move(ptpActions));
 }

@@ -28,7 +28,8 @@ std::string PortMap::toString() const {
 PortMap PortMap::fromString(std::string_view text) {
    std::string_view rest = text;
    auto fail = [&](std::string_view what) {
-      throw Pondo::RangeError(fmt::format("{} at offset {} of PortMap text '{}'", what, text.size() - rest.size(), text));
+      throw Pondo::RangeError(
+          fmt::format("{} at offset {} of PortMap text '{}'", what, text.size() - rest.size(), text));
    };
    auto expect = [&](std::string_view s) {
       if (!rest.starts_with(s)) fail(fmt::format("expected '{}'", s));

@@ -90,8 +90,8 @@ class VYRPTP_EXPORT EgressTimestampIntfSm : public Kiv::Reactor {
       };
    };
    EgressTimestampIntfSm(Pondo::Ptr<const Interface::AllEthPhyIntfStatusDir> ethPhyIntfStatus,
-                         Pondo::Ptr<const Hardware::Lag::Status> lagStatus,
-                         Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig, Pondo::Ptr<const Ptp::Status> ptpStatus,
+                         Pondo::Ptr<const Hardware::Lag::Status> lagStatus, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+                         Pondo::Ptr<const Ptp::Status> ptpStatus,
                          Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus);
    ~EgressTimestampIntfSm() override;
 
@@ -268,8 +268,8 @@ VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> intfConfigSmFactor
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfStatusSm> intfStatusSmFactory(
     Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Interface::EthPhyIntfStatus> status);
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> portDSSmFactory(const Ptp::PortDSKey& key,
-                                                                         EgressTimestampIntfSm* sm,
-                                                                         Pondo::Ptr<const Ptp::PortDS> portDS);
+                                                                          EgressTimestampIntfSm* sm,
+                                                                          Pondo::Ptr<const Ptp::PortDS> portDS);
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> programmedMemberSmFactory(
     Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member);
 
@@ -284,8 +284,8 @@ VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> IntfConfigSmIs(
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::IntfStatusSm> IntfStatusSmIs(
     Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Interface::EthPhyIntfStatus> status);
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> PortDSSmIs(const Ptp::PortDSKey& key,
-                                                                    EgressTimestampIntfSm* sm,
-                                                                    Pondo::Ptr<const Ptp::PortDS> portDS);
+                                                                     EgressTimestampIntfSm* sm,
+                                                                     Pondo::Ptr<const Ptp::PortDS> portDS);
 VYRPTP_EXPORT Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> ProgrammedMemberSmIs(
     Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member);
 

@@ -8,9 +8,8 @@ namespace {
 Kiv::Tracer trace{"AdapterSm"};
 }  // namespace
 
-HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId,
-                                                                    HwConfigAdapterSm* adapter,
-                                                                    Pondo::Ptr<const Ptp::HwIntfConfig> config)
+HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter,
+                                                                      Pondo::Ptr<const Ptp::HwIntfConfig> config)
     : Reactor(Kiv::nonNull(adapter, "adapter")),
       adapter_(adapter),
       intfId_(intfId),
@@ -53,11 +52,21 @@ void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
    // Changes inside an interface configuration are its nested machine's.
    if (c.source != ptpHwConfig_.get()) return;
    switch (c.field) {
-      case Ptp::HwConfig::F::forwardPtpV1: handleForwardPtpV1(); break;
-      case Ptp::HwConfig::F::forwardUnicastApplicable: handleForwardUnicastApplicable(); break;
-      case Ptp::HwConfig::F::g82751Enabled: handleG82751Enabled(); break;
-      case Ptp::HwConfig::F::ptpMode: handlePtpMode(); break;
-      case Ptp::HwConfig::F::timestampLocation: handleTimestampLocation(); break;
+      case Ptp::HwConfig::F::forwardPtpV1:
+         handleForwardPtpV1();
+         break;
+      case Ptp::HwConfig::F::forwardUnicastApplicable:
+         handleForwardUnicastApplicable();
+         break;
+      case Ptp::HwConfig::F::g82751Enabled:
+         handleG82751Enabled();
+         break;
+      case Ptp::HwConfig::F::ptpMode:
+         handlePtpMode();
+         break;
+      case Ptp::HwConfig::F::timestampLocation:
+         handleTimestampLocation();
+         break;
       case Ptp::HwConfig::F::intfConfig: {
          const auto intfId = c.keyAs<Wyx::IntfId>();
          if (c.added()) {
@@ -68,17 +77,25 @@ void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
          }
          break;
       }
-      default: break;
+      default:
+         break;
    }
 }
 
 void HwConfigAdapterSm::on_vcsd(const Kiv::Change& c) {
    if (c.source != vcsd_.get()) return;
    switch (c.field) {
-      case Vyr::VyrCommonSmData::F::intf: handleIntf(c.keyAs<Wyx::IntfId>()); break;
-      case Vyr::VyrCommonSmData::F::portToLag: handlePortToLag(c.keyAs<Wyx::IntfId>()); break;
-      case Vyr::VyrCommonSmData::F::lagToPort: handleLagToPort(c.keyAs<Wyx::IntfId>()); break;
-      default: break;
+      case Vyr::VyrCommonSmData::F::intf:
+         handleIntf(c.keyAs<Wyx::IntfId>());
+         break;
+      case Vyr::VyrCommonSmData::F::portToLag:
+         handlePortToLag(c.keyAs<Wyx::IntfId>());
+         break;
+      case Vyr::VyrCommonSmData::F::lagToPort:
+         handleLagToPort(c.keyAs<Wyx::IntfId>());
+         break;
+      default:
+         break;
    }
 }
 
@@ -227,7 +244,6 @@ Pondo::Ptr<HwConfigAdapterSm> hwConfigAdapterSmFactory(Pondo::Ptr<const Ptp::HwC
                                                        Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig) {
    return Kiv::make<HwConfigAdapterSm>(std::move(ptpHwConfig), std::move(vcsd), std::move(outputPtpHwConfig));
 }
-
 
 Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> nestedSm_PtpHwIntfConfigFactory(
     Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config) {

@@ -6,8 +6,8 @@
 
 #include "Kiv/Reactor.h"
 #include "Ptp/HwConfig.h"
-#include "VyrPtp/Export.h"
 #include "Vyr/VyrCommonSmData.h"
+#include "VyrPtp/Export.h"
 #include "Wyx/IntfId.h"
 
 namespace VyrPtp {
@@ -59,8 +59,7 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    Kiv::Input<const Ptp::HwConfig> ptpHwConfig_;
    Kiv::Input<const Vyr::VyrCommonSmData> vcsd_;
    Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig_;
-   Kiv::Collection<Wyx::IntfId, NestedSm_PtpHwIntfConfig> ptpHwIntfConfig_{this, F::ptpHwIntfConfig,
-                                                                            "ptpHwIntfConfig"};
+   Kiv::Collection<Wyx::IntfId, NestedSm_PtpHwIntfConfig> ptpHwIntfConfig_{this, F::ptpHwIntfConfig, "ptpHwIntfConfig"};
 };
 
 // Watches one interface configuration of the input. Its construction, its
@@ -68,8 +67,7 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
 // port's own entry, or every member's entry when the interface is a LAG.
 class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::Reactor {
   public:
-   NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter,
-                            Pondo::Ptr<const Ptp::HwIntfConfig> config);
+   NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config);
 
   private:
    void on_ptpHwIntfConfig(const Kiv::Change& c);

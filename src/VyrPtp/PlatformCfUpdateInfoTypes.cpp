@@ -6,7 +6,8 @@ namespace CorrectionField {
 
 Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> PlatformCfUpdateInfo::addLogicalFapInfo(
     LogicalFapId id, Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
-   Kiv::kassert(std::getenv("SIMULATION_VMID"), "getenv( \"SIMULATION_VMID\" ) && \"This should only be called in testing!\"");
+   Kiv::kassert(std::getenv("SIMULATION_VMID"),
+                "getenv( \"SIMULATION_VMID\" ) && \"This should only be called in testing!\"");
    return logicalFapInfoIs(id, Kiv::nonNull(chipInfo, "chipInfo")->gif());
 }
 

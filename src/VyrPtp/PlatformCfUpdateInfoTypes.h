@@ -105,18 +105,18 @@ class VYRPTP_EXPORT PlatformCfUpdateInfo : public Kiv::Entity {
       return logicalFapInfo_;
    }
    Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> logicalFapInfoIs(LogicalFapId id,
-                                                              Pondo::Ptr<const Asic::GenericIf> chipInfoGif) {
+                                                               Pondo::Ptr<const Asic::GenericIf> chipInfoGif) {
       return logicalFapInfo_.is(id, std::move(chipInfoGif));
    }
    Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> logicalFapInfoDel(LogicalFapId id) { return logicalFapInfo_.del(id); }
    void logicalFapInfoDelAll() { logicalFapInfo_.delAll(); }
    // For test and simulation set-ups only: stops the process otherwise.
    Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> addLogicalFapInfo(LogicalFapId id,
-                                                               Pondo::Ptr<const Asic::ChipInfo> chipInfo);
+                                                                Pondo::Ptr<const Asic::ChipInfo> chipInfo);
 
   private:
    Kiv::Collection<LogicalFapId, PlatformCfUpdateLogicalFapInfo> logicalFapInfo_{this, F::logicalFapInfo,
-                                                                                "logicalFapInfo"};
+                                                                                 "logicalFapInfo"};
 };
 
 class VYRPTP_EXPORT CfUpdateProgrammedStatus : public Kiv::Entity {

@@ -42,7 +42,8 @@ PlatformEgressTsIntfInfo PlatformEgressTsIntfInfo::fromString(std::string_view t
       info.intfId = *id;
    }
    expect(", numBitsInAsicProvidedEgressTs: ");
-   info.numBitsInAsicProvidedEgressTs = number(until(", ", "numBitsInAsicProvidedEgressTs"), "numBitsInAsicProvidedEgressTs");
+   info.numBitsInAsicProvidedEgressTs =
+       number(until(", ", "numBitsInAsicProvidedEgressTs"), "numBitsInAsicProvidedEgressTs");
    expect(", swTableIndex: (index: ");
    info.swTableIndex.index = number(until(", ", "index"), "index");
    expect(", portType: ");
@@ -81,8 +82,9 @@ Pondo::Ptr<LogicalFapArmTables> LogicalFapArmTablesIs(LogicalFapId logicalFapId)
    return logicalFapArmTablesFactory(logicalFapId);
 }
 Pondo::Ptr<ArmTables> ArmTablesIs() { return armTablesFactory(); }
-Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsLogicalFapInfoIs(
-    LogicalFapId logicalFapId, std::uint8_t asicTimeId, Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
+Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsLogicalFapInfoIs(LogicalFapId logicalFapId,
+                                                                            std::uint8_t asicTimeId,
+                                                                            Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
    return platformEgressTsLogicalFapInfoFactory(logicalFapId, asicTimeId, std::move(chipInfo));
 }
 

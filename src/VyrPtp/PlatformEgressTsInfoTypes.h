@@ -23,7 +23,8 @@ struct VYRPTP_EXPORT PlatformEgressTsIntfInfo {
    EgressTsSwTableKey swTableIndex;
 
    friend auto operator<=>(const PlatformEgressTsIntfInfo&, const PlatformEgressTsIntfInfo&) = default;
-   // "PlatformEgressTsIntfInfo(intfId: Ethernet1/1, numBitsInAsicProvidedEgressTs: 32, swTableIndex: (index: 3, portType: network))"
+   // "PlatformEgressTsIntfInfo(intfId: Ethernet1/1, numBitsInAsicProvidedEgressTs: 32, swTableIndex: (index: 3,
+   // portType: network))"
    std::string toString() const;
    // Parses the text form; throws Pondo::RangeError when it is malformed.
    static PlatformEgressTsIntfInfo fromString(std::string_view text);
@@ -68,18 +69,18 @@ class VYRPTP_EXPORT PlatformEgressTsInfo : public Kiv::Entity {
       return logicalFapInfo_;
    }
    Pondo::Ptr<PlatformEgressTsLogicalFapInfo> logicalFapInfoIs(LogicalFapId id, std::uint8_t asicTimeId,
-                                                              Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
+                                                               Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
       return logicalFapInfo_.is(id, asicTimeId, Kiv::nonNull(chipInfo, "chipInfo"));
    }
    Pondo::Ptr<PlatformEgressTsLogicalFapInfo> logicalFapInfoDel(LogicalFapId id) { return logicalFapInfo_.del(id); }
    void logicalFapInfoDelAll() { logicalFapInfo_.delAll(); }
    // For test and simulation set-ups only: stops the process otherwise.
    Pondo::Ptr<PlatformEgressTsLogicalFapInfo> addLogicalFapInfo(LogicalFapId id, std::uint8_t asicTimeId,
-                                                               Pondo::Ptr<const Asic::ChipInfo> chipInfo);
+                                                                Pondo::Ptr<const Asic::ChipInfo> chipInfo);
 
   private:
    Kiv::Collection<LogicalFapId, PlatformEgressTsLogicalFapInfo> logicalFapInfo_{this, F::logicalFapInfo,
-                                                                                "logicalFapInfo"};
+                                                                                 "logicalFapInfo"};
 };
 
 // The egress timestamp status tables of one logical FAP, by port type.

@@ -42,8 +42,8 @@ class VYRPTP_EXPORT PlatformGlobalChipInfo : public Kiv::Entity {
       return logicalFapInfo_;
    }
    Pondo::Ptr<PlatformGlobalChipLogicalFapInfo> logicalFapInfoIs(LogicalFapId id,
-                                                                Pondo::Ptr<const Asic::GenericIf> chipInfoGif,
-                                                                const Pondo::String& chipInfoString) {
+                                                                 Pondo::Ptr<const Asic::GenericIf> chipInfoGif,
+                                                                 const Pondo::String& chipInfoString) {
       return logicalFapInfo_.is(id, std::move(chipInfoGif), chipInfoString);
    }
    Pondo::Ptr<PlatformGlobalChipLogicalFapInfo> logicalFapInfoDel(LogicalFapId id) { return logicalFapInfo_.del(id); }
@@ -51,12 +51,12 @@ class VYRPTP_EXPORT PlatformGlobalChipInfo : public Kiv::Entity {
    // logicalFapInfoIs with the chip's generic interface. For test and
    // simulation set-ups only: stops the process otherwise.
    Pondo::Ptr<PlatformGlobalChipLogicalFapInfo> addLogicalFapInfo(LogicalFapId id,
-                                                                 Pondo::Ptr<const Asic::ChipInfo> chipInfo,
-                                                                 const Pondo::String& chipInfoString);
+                                                                  Pondo::Ptr<const Asic::ChipInfo> chipInfo,
+                                                                  const Pondo::String& chipInfoString);
 
   private:
    Kiv::Collection<LogicalFapId, PlatformGlobalChipLogicalFapInfo> logicalFapInfo_{this, F::logicalFapInfo,
-                                                                                  "logicalFapInfo"};
+                                                                                   "logicalFapInfo"};
 };
 
 // Factories, and the makers named after each type.

@@ -180,7 +180,7 @@ class VYRPTP_EXPORT Status : public Kiv::Entity {
    Kiv::Collection<ProgrammerIntfId, IntfInfo> intfStatus_{this, F::intfStatus, "intfStatus"};
    Kiv::Set<Pondo::String> programmerActive_{this, F::programmerActive, "programmerActive"};
    Kiv::Collection<Wyx::IntfId, Ptp::HwIntfStatus> staticHwIntfStatus_{this, F::staticHwIntfStatus,
-                                                                        "staticHwIntfStatus"};
+                                                                       "staticHwIntfStatus"};
 };
 
 VYRPTP_EXPORT Pondo::Ptr<PtpProgrammerInfo> ptpProgrammerInfoFactory(const Pondo::String& name);

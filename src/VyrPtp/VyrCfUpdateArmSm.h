@@ -39,7 +39,14 @@ class VYRPTP_EXPORT NestedSm_IntfInfo final : public Kiv::Reactor {
 class VYRPTP_EXPORT VyrCfUpdateLogicalFapArmSm final : public Kiv::Reactor {
   public:
    struct F {
-      enum : Kiv::FieldId { cfUpdateLogicalFapInfo, statebaseEm, cfUpdateStatus, rxCfControlTable, txCfControlTable, intfInfo };
+      enum : Kiv::FieldId {
+         cfUpdateLogicalFapInfo,
+         statebaseEm,
+         cfUpdateStatus,
+         rxCfControlTable,
+         txCfControlTable,
+         intfInfo
+      };
    };
    VyrCfUpdateLogicalFapArmSm(Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
                               Pondo::Ptr<Statebase::EntityManager> statebaseEm,
@@ -117,9 +124,9 @@ class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {
 
    VyrCfUpdateLogicalFapArmSm* logicalFapSm(LogicalFapId id) const { return logicalFapSm_.find(id); }
    const Kiv::Collection<LogicalFapId, VyrCfUpdateLogicalFapArmSm>& logicalFapSm() const { return logicalFapSm_; }
-   Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> logicalFapSmIs(Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> logicalFapInfo,
-                                                        Pondo::Ptr<Statebase::EntityManager> statebaseEm,
-                                                        Pondo::Ptr<CfUpdateProgrammedStatus> status);
+   Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> logicalFapSmIs(
+       Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> logicalFapInfo,
+       Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> status);
    Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> logicalFapSmDel(LogicalFapId id) { return logicalFapSm_.del(id); }
 
    CfUpdateProgrammedStatus* logicalFapStatus(LogicalFapId id) const { return logicalFapStatus_.find(id); }
@@ -167,9 +174,9 @@ VYRPTP_EXPORT Pondo::Ptr<NestedSm_IntfInfo> nestedSm_IntfInfoFactory(
     Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo, VyrCfUpdateLogicalFapArmSm* owner);
 VYRPTP_EXPORT Pondo::Ptr<NestedSm_LogicalFapStatusWatcher> nestedSm_LogicalFapStatusWatcherFactory(
     Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner);
-VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateArmSm> VyrCfUpdateArmSmIs(
-    Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
-    Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus);
+VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateArmSm> VyrCfUpdateArmSmIs(Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo,
+                                                              Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+                                                              Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus);
 VYRPTP_EXPORT Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> VyrCfUpdateLogicalFapArmSmIs(
     Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus);

@@ -16,9 +16,9 @@ using Wyx::IntfId;
 
 VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
     LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
-    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
-    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
-    Pondo::Ptr<Brim::TimerWheel> timerWheel)
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo,
+    Pondo::Ptr<TimestampFetcherBase> timestampFetcher, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel)
     : logicalFapId_(logicalFapId),
       egressTimestampIntfStatus_(this, Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus"),
                                  &VyrEgressTsArmLogicalFapSm::on_egressTimestampIntfStatus),
@@ -231,7 +231,7 @@ void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
 }
 
 const VyrEgressTsArmLogicalFapSm::Polled* VyrEgressTsArmLogicalFapSm::unchangedSinceIssue(const Key& key,
-                                                                                         std::uint32_t request) const {
+                                                                                          std::uint32_t request) const {
    if (polledStale_ || request >= polled_.size()) return nullptr;
    const Polled& p = polled_[request];
    return p.key == key && p.mapped == swIndexWrites_ ? &p : nullptr;
@@ -404,7 +404,8 @@ void VyrEgressTsArmAggregateSm::checkAllInputsPresent(LogicalFapId logicalFapId)
    if (attributes->chipTimeFromAsicTimeFile) {
       Kiv::kassert(!asicTimeFetcherWrapperCol_.contains(logicalFapId),
                    "asic-time fetcher already created for {}, may not have been cleaned up", logicalFapId);
-      auto wrapper = asicTimestampFetcherWrapperFactory(info->asicTimeId(), attributes->asicTimeCounterNeedsInit, false);
+      auto wrapper =
+          asicTimestampFetcherWrapperFactory(info->asicTimeId(), attributes->asicTimeCounterNeedsInit, false);
       asicTimeFetcherWrapperColIs(logicalFapId, wrapper);
       fetcher = wrapper->timestampFetcher();
    } else {
@@ -423,22 +424,20 @@ Pondo::Ptr<VyrEgressTsArmLogicalFapSm> VyrEgressTsArmAggregateSm::logicalFapSmIs
 
 Pondo::Ptr<VyrEgressTsArmLogicalFapSm> vyrEgressTsArmLogicalFapSmFactory(
     LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
-    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
-    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
-    Pondo::Ptr<Brim::TimerWheel> timerWheel) {
-   return Kiv::make<VyrEgressTsArmLogicalFapSm>(logicalFapId, std::move(egressTimestampIntfStatus),
-                                                std::move(tsLogicalFapInfo), std::move(timestampFetcher),
-                                                std::move(statebaseEm), std::move(timestampGlint),
-                                                std::move(timerWheel));
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo,
+    Pondo::Ptr<TimestampFetcherBase> timestampFetcher, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel) {
+   return Kiv::make<VyrEgressTsArmLogicalFapSm>(
+       logicalFapId, std::move(egressTimestampIntfStatus), std::move(tsLogicalFapInfo), std::move(timestampFetcher),
+       std::move(statebaseEm), std::move(timestampGlint), std::move(timerWheel));
 }
 
 Pondo::Ptr<VyrEgressTsPollingAdapterSm> vyrEgressTsPollingAdapterSmFactory(
     Pondo::Ptr<const PtpTimestampLocationConfig> ptpTimestampLocationConfig,
     Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,
     Pondo::Ptr<EgressTimestampIntfStatus> outputEgressTsIntfStatus) {
-   return Kiv::make<VyrEgressTsPollingAdapterSm>(std::move(ptpTimestampLocationConfig),
-                                                 std::move(inputEgressTsIntfStatus),
-                                                 std::move(outputEgressTsIntfStatus));
+   return Kiv::make<VyrEgressTsPollingAdapterSm>(
+       std::move(ptpTimestampLocationConfig), std::move(inputEgressTsIntfStatus), std::move(outputEgressTsIntfStatus));
 }
 
 Pondo::Ptr<VyrEgressTsArmAggregateSm> vyrEgressTsArmAggregateSmFactory(
@@ -453,9 +452,9 @@ Pondo::Ptr<VyrEgressTsArmAggregateSm> vyrEgressTsArmAggregateSmFactory(
 
 Pondo::Ptr<VyrEgressTsArmLogicalFapSm> VyrEgressTsArmLogicalFapSmIs(
     LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
-    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
-    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
-    Pondo::Ptr<Brim::TimerWheel> timerWheel) {
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo,
+    Pondo::Ptr<TimestampFetcherBase> timestampFetcher, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel) {
    return vyrEgressTsArmLogicalFapSmFactory(logicalFapId, std::move(egressTimestampIntfStatus),
                                             std::move(tsLogicalFapInfo), std::move(timestampFetcher),
                                             std::move(statebaseEm), std::move(timestampGlint), std::move(timerWheel));
@@ -475,8 +474,8 @@ Pondo::Ptr<VyrEgressTsArmAggregateSm> VyrEgressTsArmAggregateSmIs(
     Pondo::Ptr<const PtpTimeSync::Status> timeSyncStatus, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint) {
    return vyrEgressTsArmAggregateSmFactory(std::move(egressTimestampIntfStatus), std::move(tsInterfaceInfo),
-                                           std::move(timeSyncConfig), std::move(timeSyncStatus),
-                                           std::move(statebaseEm), std::move(timestampGlint));
+                                           std::move(timeSyncConfig), std::move(timeSyncStatus), std::move(statebaseEm),
+                                           std::move(timestampGlint));
 }
 
 }  // namespace VyrPtp

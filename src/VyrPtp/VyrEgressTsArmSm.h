@@ -246,9 +246,9 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
    VyrEgressTsArmLogicalFapSm* logicalFapSm(LogicalFapId id) const { return logicalFapSm_.find(id); }
    const Kiv::Collection<LogicalFapId, VyrEgressTsArmLogicalFapSm>& logicalFapSm() const { return logicalFapSm_; }
    Pondo::Ptr<VyrEgressTsArmLogicalFapSm> logicalFapSmIs(LogicalFapId id,
-                                                        Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> info,
-                                                        Pondo::Ptr<TimestampFetcherBase> fetcher,
-                                                        Pondo::Ptr<Brim::TimerWheel> timerWheel);
+                                                         Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> info,
+                                                         Pondo::Ptr<TimestampFetcherBase> fetcher,
+                                                         Pondo::Ptr<Brim::TimerWheel> timerWheel);
    Pondo::Ptr<VyrEgressTsArmLogicalFapSm> logicalFapSmDel(LogicalFapId id) { return logicalFapSm_.del(id); }
    void logicalFapSmDelAll() { logicalFapSm_.delAll(); }
 
@@ -289,9 +289,9 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
 
 VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsArmLogicalFapSm> vyrEgressTsArmLogicalFapSmFactory(
     LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
-    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
-    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
-    Pondo::Ptr<Brim::TimerWheel> timerWheel);
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo,
+    Pondo::Ptr<TimestampFetcherBase> timestampFetcher, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel);
 VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsPollingAdapterSm> vyrEgressTsPollingAdapterSmFactory(
     Pondo::Ptr<const PtpTimestampLocationConfig> ptpTimestampLocationConfig,
     Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,
@@ -303,9 +303,9 @@ VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsArmAggregateSm> vyrEgressTsArmAggregateSmFac
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint);
 VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsArmLogicalFapSm> VyrEgressTsArmLogicalFapSmIs(
     LogicalFapId logicalFapId, Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus,
-    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo, Pondo::Ptr<TimestampFetcherBase> timestampFetcher,
-    Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint,
-    Pondo::Ptr<Brim::TimerWheel> timerWheel);
+    Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> tsLogicalFapInfo,
+    Pondo::Ptr<TimestampFetcherBase> timestampFetcher, Pondo::Ptr<Statebase::EntityManager> statebaseEm,
+    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel);
 VYRPTP_EXPORT Pondo::Ptr<VyrEgressTsPollingAdapterSm> VyrEgressTsPollingAdapterSmIs(
     Pondo::Ptr<const PtpTimestampLocationConfig> ptpTimestampLocationConfig,
     Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,

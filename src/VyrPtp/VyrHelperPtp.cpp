@@ -97,7 +97,7 @@ U64 TimestampFetcherBase::calcEgressTimestamp(U64 timestamp, Wyx::IntfId intfId,
 }
 
 std::string_view TimestampFetcherBase::detailText(DetailText& out, U64 egressTimestamp, U32 asic32BitTimestamp,
-                                                 U32 sequenceId) {
+                                                  U32 sequenceId) {
    static constexpr char lower[] = "0123456789abcdef";
    static constexpr char upper[] = "0123456789ABCDEF";
    char* p = text(out.data(), "   seconds: 0x");
@@ -303,8 +303,8 @@ void AsicTimestampFileSm::pollAsicTimeReady() {
    if (fd < 0) {
       trace(9, "pollAsicTimeReady{} not found", cfg.timestampPath());
    } else {
-      const bool initFailed =
-          cfg.initCounter() && !Platform::fileWrite(cfg.counterConfigPath(), AsicTimestampFileConfig::counterInitCommand);
+      const bool initFailed = cfg.initCounter() && !Platform::fileWrite(cfg.counterConfigPath(),
+                                                                        AsicTimestampFileConfig::counterInitCommand);
       U64 timeOfDay = 0;
       // A counter that is not running yet reads 0. A failed "init" write is
       // checked only after that, once the file is otherwise usable.
@@ -321,9 +321,9 @@ void AsicTimestampFileSm::pollAsicTimeReady() {
 }
 
 Pondo::Ptr<AsicTimestampFileConfig> AsicTimestampFetcherWrapper::fileConfigIs(Pondo::String timestampPath,
-                                                                             Pondo::String counterConfigPath,
-                                                                             bool initCounter,
-                                                                             bool waitForCounterInit) {
+                                                                              Pondo::String counterConfigPath,
+                                                                              bool initCounter,
+                                                                              bool waitForCounterInit) {
    if (!fileConfig_) {
       set(fileConfig_,
           Kiv::make<AsicTimestampFileConfig>(std::move(timestampPath), std::move(counterConfigPath), initCounter,

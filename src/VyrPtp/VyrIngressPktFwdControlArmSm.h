@@ -33,8 +33,8 @@ class VYRPTP_EXPORT VyrIngressPktFwdControlArmSm final : public Kiv::Reactor {
    const Kiv::Collection<Pondo::String, Ing1588MessageTypeFwdCtrlTable>& ingressPktFwdControlTable() const {
       return ingressPktFwdControlTable_;
    }
-   Pondo::Ptr<Ing1588MessageTypeFwdCtrlTable> ingressPktFwdControlTableIs(const Pondo::String& chip,
-                                                                         Pondo::Ptr<Ing1588MessageTypeFwdCtrlTable> t) {
+   Pondo::Ptr<Ing1588MessageTypeFwdCtrlTable> ingressPktFwdControlTableIs(
+       const Pondo::String& chip, Pondo::Ptr<Ing1588MessageTypeFwdCtrlTable> t) {
       return ingressPktFwdControlTable_.insert(chip, std::move(t));
    }
    Pondo::Ptr<Ing1588MessageTypeFwdCtrlTable> ingressPktFwdControlTableDel(const Pondo::String& chip) {

@@ -29,10 +29,10 @@ const Platform::Attributes& getProductAttributes() {
 
 // --- VyrPtpHwStatusFapSm ------------------------------------------------------------------
 
-VyrPtpHwStatusFapSm::VyrPtpHwStatusFapSm(Pondo::Ptr<const PlatformUnitPortFapInfo> unitPortFapInfo,
-                                         Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
-                                         Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
-                                         bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
+VyrPtpHwStatusFapSm::VyrPtpHwStatusFapSm(
+    Pondo::Ptr<const PlatformUnitPortFapInfo> unitPortFapInfo, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
+    Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig, bool timeSyncSupported,
+    Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
     : unitPortFapInfo_(Kiv::Input<const PlatformUnitPortFapInfo>::Optional{}, this, std::move(unitPortFapInfo),
                        &VyrPtpHwStatusFapSm::on_unitPortFapInfo),
       ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), &VyrPtpHwStatusFapSm::on_ptpHwConfig),
@@ -166,8 +166,8 @@ bool VyrPtpHwStatusFapSm::asicHardwareReady() const {
 }
 
 bool VyrPtpHwStatusFapSm::externalPhyHardwareStopped(IntfId intfId) const {
-   const PtpTimestampIntfStatus* phy = ptpTimestampingStatus_ ? ptpTimestampingStatus_->physicalIntfStatus(intfId)
-                                                              : nullptr;
+   const PtpTimestampIntfStatus* phy =
+       ptpTimestampingStatus_ ? ptpTimestampingStatus_->physicalIntfStatus(intfId) : nullptr;
    if (!phy) return true;
    trace(7, "intfId: {}: externalPhy: intfReadyForRxPacket: {}, intfReadyForTxPacket: {}", intfId,
          phy->intfReadyForRx(), phy->intfReadyForTx());
@@ -213,8 +213,7 @@ void VyrPtpHwStatusFapSm::handleAsicTimestampFileStatus() {
 
 void VyrPtpHwStatusFapSm::processIntfReady(IntfId intfId) {
    trace(8, "intfId: {}", intfId);
-   const PtpTimestampLocationIntfConfig* entry =
-       externalPhyTimestampLocationConfig_->enabledPhysicalIntfConfig(intfId);
+   const PtpTimestampLocationIntfConfig* entry = externalPhyTimestampLocationConfig_->enabledPhysicalIntfConfig(intfId);
    const Ptp::HwIntfConfig* config = ptpHwConfig_->intfConfig(intfId);
    bool rx = false;
    bool tx = false;
@@ -358,8 +357,7 @@ void VyrPtpHwStatusSm::handleTimeSyncHwStatus(const Pondo::String& sliceName, co
 void VyrPtpHwStatusSm::maybeSetTimeSyncStatus(const Pondo::String& sliceName, const Pondo::String& chipName) {
    trace(8, "sliceName: {}, chipName: {}", sliceName, chipName);
    const auto* hwStatus = dynamic_cast<const PtpTimeSync::HwStatus*>(timeSyncHwStatusDir_->entityPtr(sliceName));
-   const Pondo::Ptr<const PtpTimeSync::SwitchStatus> switchStatus =
-       hwStatus ? hwStatus->switchAsic(chipName) : nullptr;
+   const Pondo::Ptr<const PtpTimeSync::SwitchStatus> switchStatus = hwStatus ? hwStatus->switchAsic(chipName) : nullptr;
    std::vector<Pondo::Ptr<VyrPtpHwStatusFapSm>> chips;
    for (const auto& [fapId, info] : unitPortInfo_->fapInfo()) {
       VyrPtpHwStatusFapSm* sm = hwStatusFapSm(fapId);
@@ -395,10 +393,9 @@ Pondo::Ptr<VyrPtpHwStatusSm> vyrPtpHwStatusSmFactory(
     Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
     Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir, Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir,
     bool timeSyncSupported, Pondo::Ptr<Ptp::HwStatus> ptpHwStatus) {
-   return Kiv::make<VyrPtpHwStatusSm>(std::move(unitPortInfo), std::move(ptpHwConfig),
-                                      std::move(externalPhyTimestampLocationConfig),
-                                      std::move(ptpTimestampingStatusDir), std::move(timeSyncHwStatusDir),
-                                      timeSyncSupported, std::move(ptpHwStatus));
+   return Kiv::make<VyrPtpHwStatusSm>(
+       std::move(unitPortInfo), std::move(ptpHwConfig), std::move(externalPhyTimestampLocationConfig),
+       std::move(ptpTimestampingStatusDir), std::move(timeSyncHwStatusDir), timeSyncSupported, std::move(ptpHwStatus));
 }
 
 Pondo::Ptr<VyrPtpHwStatusSm> VyrPtpHwStatusSmIs(

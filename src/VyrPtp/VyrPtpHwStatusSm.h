@@ -205,7 +205,7 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
    Kiv::Collection<FapId, VyrPtpHwStatusFapSm> hwStatusFapSm_{this, F::hwStatusFapSm, "hwStatusFapSm"};
    // One per time-sync status entity of the directory, by slice name.
    Kiv::Collection<Pondo::String, NestedSm_TimeSyncHwStatus> timeSyncHwStatusSm_{this, F::timeSyncHwStatusSm,
-                                                                                "timeSyncHwStatusSm"};
+                                                                                 "timeSyncHwStatusSm"};
 };
 
 VYRPTP_EXPORT Pondo::Ptr<VyrPtpHwStatusFapSm> vyrPtpHwStatusFapSmFactory(

@@ -4,9 +4,7 @@
 
 namespace Asic {
 
-std::string EgressTsSwTableKey::toString() const {
-   return fmt::format("(index: {}, portType: {})", index, portType);
-}
+std::string EgressTsSwTableKey::toString() const { return fmt::format("(index: {}, portType: {})", index, portType); }
 
 std::string EgressTimestampEntry::toString() const {
    return fmt::format("(sequenceId: {}, timestamp: {:#x}, valid: {})", sequenceId, timestamp, valid);

@@ -29,8 +29,8 @@ SourcePlace sourcePlace(const std::source_location& where) {
 void fatal(std::string_view message, const std::source_location& where) {
    SourcePlace p = sourcePlace(where);
    std::fprintf(stderr, "Assertion failed: %.*s (%.*s:%u, %.*s%s%.*s)\n", int(message.size()), message.data(),
-                int(p.file.size()), p.file.data(), unsigned(where.line()), int(p.className.size()),
-                p.className.data(), p.className.empty() ? "" : "::", int(p.function.size()), p.function.data());
+                int(p.file.size()), p.file.data(), unsigned(where.line()), int(p.className.size()), p.className.data(),
+                p.className.empty() ? "" : "::", int(p.function.size()), p.function.data());
    std::fflush(stderr);
    std::abort();
 }

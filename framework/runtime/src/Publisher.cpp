@@ -3,8 +3,8 @@
 #include <cxxabi.h>
 
 #include <algorithm>
-#include <deque>
 #include <cstdlib>
+#include <deque>
 #include <memory>
 #include <string>
 #include <typeinfo>
@@ -83,7 +83,7 @@ void handlerThrew(const Receiver& r) {
    } catch (...) {
    }
    fatal(fmt::format("exception escaped a handler of {}: {}", typeName(typeid(r)), what),
-              std::source_location::current());
+         std::source_location::current());
 }
 
 void Receiver::handlerThrew() const { Pondo::handlerThrew(*this); }
@@ -119,9 +119,8 @@ void Publisher::defer(const Entry& e, const Change& c) const {
 }
 
 bool Publisher::delivers(const Receiver* target, Handler handler) const {
-   return std::any_of(subs_.begin(), subs_.end(), [&](const Entry& e) {
-      return e.target == target && e.handler == handler && e.active != &kOff;
-   });
+   return std::any_of(subs_.begin(), subs_.end(),
+                      [&](const Entry& e) { return e.target == target && e.handler == handler && e.active != &kOff; });
 }
 
 void Publisher::handlerRemove(Receiver* target, Handler handler) const {

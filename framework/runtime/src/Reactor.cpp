@@ -72,8 +72,10 @@ Reactor::Reactor(Reactor* parent) : parent_(parent) {
 Reactor::~Reactor() {
    for (Reactor* c = firstChild_; c; c = c->nextSibling_) c->parent_ = nullptr;
    if (!parent_) return;
-   if (prevSibling_) prevSibling_->nextSibling_ = nextSibling_;
-   else parent_->firstChild_ = nextSibling_;
+   if (prevSibling_)
+      prevSibling_->nextSibling_ = nextSibling_;
+   else
+      parent_->firstChild_ = nextSibling_;
    if (nextSibling_) nextSibling_->prevSibling_ = prevSibling_;
 }
 

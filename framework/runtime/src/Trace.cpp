@@ -92,7 +92,8 @@ TraceItems parseConfig(std::string_view config) {
       auto slash = item.find('/');
       std::string_view name = item.substr(0, slash);
       if (name.empty()) throw std::invalid_argument(fmt::format("trace item '{}' names no handle", item));
-      std::uint16_t mask = slash == std::string_view::npos ? kTraceAllLevels : parseLevels(item.substr(slash + 1), item);
+      std::uint16_t mask =
+          slash == std::string_view::npos ? kTraceAllLevels : parseLevels(item.substr(slash + 1), item);
       items.emplace_back(name, mask);
    }
    return items;

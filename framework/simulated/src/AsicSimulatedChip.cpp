@@ -16,7 +16,8 @@ void countUp(Kiv::Map<EgressTsSwTableKey, std::uint64_t>& counts, const EgressTs
 
 std::uint64_t SimulatedChip::timeNs() const {
    if (!Kiv::activityManager().virtualTime()) {
-      auto ns = std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
+      auto ns =
+          std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch());
       return std::uint64_t(ns.count() + timeOffsetNs_);
    }
    // Virtual time: the whole-second UTC offset and the loop time apart, so

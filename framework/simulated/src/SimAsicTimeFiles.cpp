@@ -62,7 +62,8 @@ void SimAsicTimeFiles::timeIs(std::uint8_t unit, const std::string& text) {
       f.fd = ::open(path(unit, "ts").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
       if (f.fd < 0) throw std::runtime_error("cannot create " + path(unit, "ts"));
    }
-   if (::pwrite(f.fd, text.data(), text.size(), 0) != ssize_t(text.size()) || ::ftruncate(f.fd, off_t(text.size())) != 0) {
+   if (::pwrite(f.fd, text.data(), text.size(), 0) != ssize_t(text.size()) ||
+       ::ftruncate(f.fd, off_t(text.size())) != 0) {
       throw std::runtime_error("cannot write " + path(unit, "ts"));
    }
    f.text = text;

@@ -59,9 +59,7 @@ class HwTable : public HwTableBase {
   public:
    using Entry = EntryT;
 
-   void entryCommit(std::uint32_t index, const Entry& entry) {
-      commitRow(index, std::as_bytes(std::span(&entry, 1)));
-   }
+   void entryCommit(std::uint32_t index, const Entry& entry) { commitRow(index, std::as_bytes(std::span(&entry, 1))); }
 
   protected:
    using HwTableBase::HwTableBase;

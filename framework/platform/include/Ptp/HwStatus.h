@@ -70,7 +70,9 @@ class HwIntfStatus : public Kiv::Entity {
    }
    // How far a timestamp may lie before its reference point and still be accepted.
    Pondo::Duration negativeTsDeltaThreshold() const { return negativeTsDeltaThreshold_; }
-   void negativeTsDeltaThresholdIs(Pondo::Duration v) { set(negativeTsDeltaThreshold_, v, F::negativeTsDeltaThreshold); }
+   void negativeTsDeltaThresholdIs(Pondo::Duration v) {
+      set(negativeTsDeltaThreshold_, v, F::negativeTsDeltaThreshold);
+   }
 
   private:
    Wyx::IntfId intfId_;

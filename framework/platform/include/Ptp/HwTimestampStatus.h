@@ -30,7 +30,8 @@ class HwTimestampStatus : public Kiv::Entity {
    };
    const IngressEgressTimes* intfTimestamp(Wyx::IntfId i) const { return intfTimestamp_.find(i); }
    // Hashed: one look-up per published timestamp, for every interface of the system.
-   using IntfTimestamps = Kiv::Map<Wyx::IntfId, IngressEgressTimes, std::unordered_map<Wyx::IntfId, IngressEgressTimes>>;
+   using IntfTimestamps =
+       Kiv::Map<Wyx::IntfId, IngressEgressTimes, std::unordered_map<Wyx::IntfId, IngressEgressTimes>>;
    const IntfTimestamps& intfTimestamp() const { return intfTimestamp_; }
    // Replaces the interface's record.
    void intfTimestampIs(const IngressEgressTimes& t) { intfTimestamp_.is(t.intfId, t); }

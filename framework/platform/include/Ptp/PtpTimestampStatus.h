@@ -47,7 +47,7 @@ class PtpTimestampStatus : public Kiv::Entity {
   private:
    Pondo::String name_;
    Kiv::Collection<Wyx::IntfId, PtpTimestampIntfStatus> physicalIntfStatus_{this, F::physicalIntfStatus,
-                                                                           "physicalIntfStatus"};
+                                                                            "physicalIntfStatus"};
 };
 
 }  // namespace VyrPtp

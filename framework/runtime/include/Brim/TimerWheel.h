@@ -46,7 +46,7 @@ class TimerWheel : public Kiv::Entity {
    bool preserveOrder_;
    std::vector<std::vector<Slot>> buckets_;
    std::vector<Slot> firing_;  // the bucket being expired
-   std::int64_t done_ = -1;  // last tick processed
+   std::int64_t done_ = -1;    // last tick processed
    std::size_t pending_ = 0;
    Kiv::ClockTimer wakeUp_;
 };

@@ -17,12 +17,12 @@
 #pragma once
 
 #include <map>
-#include <unordered_map>
 #include <set>
 #include <stdexcept>
 #include <string>
 #include <tuple>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -136,8 +136,8 @@ class CollectionBase {
          for (const auto& k : p->keys()) {
             if ((n && n->contains(k)) || !p->contains(k)) continue;
             Pondo::Kept m = hold(p, k);
-            to.onChange(Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, &k, m.get(), nullptr,
-                               &C::kLayout});
+            to.onChange(
+                Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, &k, m.get(), nullptr, &C::kLayout});
          }
       }
    }
@@ -319,7 +319,7 @@ class Collection final : public CollectionBase {
    E* existing(const K& k, const Args& args) const {
       auto it = members_.find(k);
       if (it == members_.end()) return nullptr;
-      if constexpr (std::tuple_size_v<Args> > 0) {
+      if constexpr (std::tuple_size_v<Args> != 0) {
          if (detail::fixedArgsOf(*it->second) != args) {
             throw Error(fmt::format("'{}' exists with other fixed arguments", name()));
          }

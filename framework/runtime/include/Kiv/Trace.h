@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <source_location>
@@ -26,7 +27,7 @@ using TraceLevel = unsigned;
 inline constexpr std::uint16_t kTraceAllLevels = 0xFFFF;
 
 struct TraceRecord {
-   std::string_view handle;    // trace handle name
+   std::string_view handle;  // trace handle name
    TraceLevel level;
    std::string_view file;      // source file
    std::string_view function;  // function name
@@ -43,8 +44,7 @@ struct TraceRecord {
 //   trace(8, "intf: {:d}", "Et1");      // does not: 'd' is no string format
 template <class... A>
 struct BasicTraceFormat {
-   template <class S>
-      requires std::is_convertible_v<const S&, std::string_view>
+   template <std::convertible_to<std::string_view> S>
    consteval BasicTraceFormat(const S& s, std::source_location l = std::source_location::current())  // NOLINT
        : text(s), where(l) {}
    fmt::format_string<A...> text;

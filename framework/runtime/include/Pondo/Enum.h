@@ -18,7 +18,9 @@ template <class E>
 struct EnumInfo;
 
 template <class E>
-concept NamedEnum = std::is_enum_v<E> && requires { EnumInfo<E>::names; };
+concept NamedEnum = std::is_enum_v<E> && requires {
+   EnumInfo<E>::names;
+};
 
 // The name of `e`, or "unknown(<value>)" for a value without a name.
 template <NamedEnum E>

@@ -16,20 +16,25 @@
 
 namespace Pondo {
 
+// What an InplaceFunction<R(A...), Size> can hold: a callable that a plain
+// copy of its bytes copies, fitting in `Size` bytes (which rules out an
+// InplaceFunction itself).
+template <class F, std::size_t Size, class R, class... A>
+concept FitsInPlace = std::is_trivially_copyable_v<F> && sizeof(F) <= Size &&
+                      alignof(F) <= alignof(void*) && std::is_invocable_r_v<R, const F&, A...>;
+
 template <class Signature, std::size_t Size = 2 * sizeof(void*)>
 class InplaceFunction;
 
 template <class R, class... A, std::size_t Size>
 class InplaceFunction<R(A...), Size> {
   public:
+   // A callable converts implicitly, as to std::function.
    template <class F>
-      requires(!std::is_same_v<std::decay_t<F>, InplaceFunction> && std::is_trivially_copyable_v<std::decay_t<F>> &&
-               sizeof(std::decay_t<F>) <= Size && alignof(std::decay_t<F>) <= alignof(void*) &&
-               std::is_invocable_r_v<R, const std::decay_t<F>&, A...>)
-   InplaceFunction(F&& f)  // NOLINT(google-explicit-constructor): a callable converts like to std::function
+   InplaceFunction(F&& f) requires FitsInPlace<std::decay_t<F>, Size, R, A...>  // NOLINT(google-explicit-constructor)
        : call_([](const void* s, A... a) -> R {
-            return (*static_cast<const std::decay_t<F>*>(s))(std::forward<A>(a)...);
-         }) {
+          return (*static_cast<const std::decay_t<F>*>(s))(std::forward<A>(a)...);
+       }) {
       ::new (static_cast<void*>(storage_)) std::decay_t<F>(std::forward<F>(f));
    }
 

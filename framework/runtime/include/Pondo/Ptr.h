@@ -69,11 +69,9 @@ class Ptr {
    Ptr(const Ptr& o) : Ptr(o.p_) {}
    Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
    template <class U>
-      requires std::is_convertible_v<U*, T*>
-   Ptr(const Ptr<U>& o) : Ptr(o.get()) {}  // NOLINT
+   Ptr(const Ptr<U>& o) requires std::is_convertible_v<U*, T*> : Ptr(o.get()) {}  // NOLINT
    template <class U>
-      requires std::is_convertible_v<U*, T*>
-   Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}  // NOLINT
+   Ptr(Ptr<U>&& o) noexcept requires std::is_convertible_v<U*, T*> : p_(o.release()) {}  // NOLINT
    ~Ptr() {
       if (p_) p_->dereference();
    }

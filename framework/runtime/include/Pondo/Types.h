@@ -98,9 +98,7 @@ struct fmt::formatter<T> : fmt::formatter<fmt::string_view> {
 
 template <>
 struct std::hash<Pondo::Generation> {
-   std::size_t operator()(const Pondo::Generation& g) const noexcept {
-      return Pondo::hashMix(g.counter, g.flag);
-   }
+   std::size_t operator()(const Pondo::Generation& g) const noexcept { return Pondo::hashMix(g.counter, g.flag); }
 };
 template <>
 struct std::hash<Pondo::U3> {
@@ -108,5 +106,7 @@ struct std::hash<Pondo::U3> {
 };
 template <>
 struct std::hash<Pondo::Duration> {
-   std::size_t operator()(const Pondo::Duration& d) const noexcept { return std::hash<std::int64_t>{}(d.nanoseconds()); }
+   std::size_t operator()(const Pondo::Duration& d) const noexcept {
+      return std::hash<std::int64_t>{}(d.nanoseconds());
+   }
 };
