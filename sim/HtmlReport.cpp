@@ -425,6 +425,7 @@ document.body.dataset.scriptRan = 'yes';
       }
       s += svg(y + 22, body, "messages per chip by what became of them");
       std::vector<std::pair<std::string, std::string>> items;
+      items.reserve(std::size(kReasons));
       for (const Reason& r : kReasons) items.emplace_back(r.colour, r.text);
       s += legend(items) +
            R"(<p class="note">Bars are shares of the messages sent (count in brackets); hover for the numbers.</p>)";

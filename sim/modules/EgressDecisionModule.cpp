@@ -370,6 +370,7 @@ class EgressDecisionModule final : public Module {
 
    static std::vector<std::string> shortNames(const std::vector<IntfId>& intfs) {
       std::vector<std::string> names;
+      names.reserve(intfs.size());
       for (IntfId i : intfs) names.push_back(i.shortName());
       return names;
    }

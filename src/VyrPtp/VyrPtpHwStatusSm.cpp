@@ -177,7 +177,7 @@ bool VyrPtpHwStatusFapSm::externalPhyHardwareStopped(IntfId intfId) const {
 Pondo::Ptr<Ptp::HwIntfStatus> VyrPtpHwStatusFapSm::getIntfStatus(IntfId intfId) {
    if (Ptp::HwIntfStatus* existing = ptpHwStatus_->intfStatus(intfId)) return existing;
    trace(7, "creating intfStatus: intfId: {}", intfId);
-   const Pondo::Ptr<Ptp::HwIntfStatus> status = ptpHwStatus_->intfStatusIs(intfId, Ptp::LinuxTsOptions(0));
+   Pondo::Ptr<Ptp::HwIntfStatus> status = ptpHwStatus_->intfStatusIs(intfId, Ptp::LinuxTsOptions(0));
    status->twoStepClockIs(true);
    status->timestampMultiplierIs(1);
    status->timestampDividerIs(1);

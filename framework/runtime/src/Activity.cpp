@@ -90,7 +90,9 @@ void ActivityManager::runUntil(Seconds until) {
 ClockTimer::ClockTimer(const Pondo::Ptr<Clock>& clock, std::function<void()> onTime)
     : clock_(clock), onTime_(std::move(onTime)) {}
 
-ClockTimer::~ClockTimer() { timeMinIs(kNever); }
+ClockTimer::~ClockTimer() {
+   if (scheduled_) clock_->loop().cancel(this);
+}
 
 // A NaN deadline would break the ordering of the pending timers.
 void ClockTimer::timeMinIs(Seconds t) {

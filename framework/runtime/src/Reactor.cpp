@@ -21,8 +21,6 @@ InputBase::InputBase(Reactor* owner, bool required, Pondo::Publisher::Handler on
    owner->inputs_.push_back(this);
 }
 
-InputBase::~InputBase() = default;
-
 void InputBase::unsubscribe(const Pondo::Publisher* entity) {
    if (subscribed_ && entity) entity->handlerRemove(owner_, onChange_);
    subscribed_ = false;

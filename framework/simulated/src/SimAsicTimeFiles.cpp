@@ -19,7 +19,7 @@ namespace {
 std::filesystem::path memoryBackedBase() {
    if (const char* tmp = std::getenv("TMPDIR"); tmp && *tmp) return tmp;
    std::error_code ec;
-   const std::filesystem::path shm = "/dev/shm";
+   std::filesystem::path shm = "/dev/shm";
    if (std::filesystem::is_directory(shm, ec) && ::access(shm.c_str(), W_OK) == 0) return shm;
    return std::filesystem::temp_directory_path();
 }

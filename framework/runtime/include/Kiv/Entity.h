@@ -408,9 +408,8 @@ class Set final : public CollectionBase {
    bool del(const K& k) {
       auto it = keys_.find(k);
       if (it == keys_.end()) return false;
-      const K key = *it;
-      keys_.erase(it);
-      publish(Change::Kind::removed, &key, nullptr, nullptr, kLayout);
+      const auto node = keys_.extract(it);  // the key, out of the store
+      publish(Change::Kind::removed, &node.value(), nullptr, nullptr, kLayout);
       return true;
    }
    void delAll() {

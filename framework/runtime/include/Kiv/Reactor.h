@@ -81,7 +81,7 @@ class InputBase {
 
   protected:
    InputBase(Reactor* owner, bool required, Pondo::Publisher::Handler onChange);
-   ~InputBase();
+   ~InputBase() = default;
 
    // Subscribes to `now` (after leaving `previous`) and replays its members.
    void bind(const Pondo::Publisher* now, const Pondo::Publisher* previous);

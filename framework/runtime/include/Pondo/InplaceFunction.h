@@ -29,18 +29,22 @@ class InplaceFunction;
 template <class R, class... A, std::size_t Size>
 class InplaceFunction<R(A...), Size> {
   public:
-   // A callable converts implicitly, as to std::function.
+   // A callable converts implicitly, as to std::function; the constraint
+   // leaves copies and moves of an InplaceFunction to its own constructors.
    template <class F>
-   InplaceFunction(F&& f) requires FitsInPlace<std::decay_t<F>, Size, R, A...>  // NOLINT(google-explicit-constructor)
-       : call_([](const void* s, A... a) -> R {
-          return (*static_cast<const std::decay_t<F>*>(s))(std::forward<A>(a)...);
-       }) {
+   // NOLINTNEXTLINE(bugprone-forwarding-reference-overload, google-explicit-constructor)
+   InplaceFunction(F&& f) requires FitsInPlace<std::decay_t<F>, Size, R, A...> : call_(&invoke<std::decay_t<F>>) {
       ::new (static_cast<void*>(storage_)) std::decay_t<F>(std::forward<F>(f));
    }
 
    R operator()(A... a) const { return call_(storage_, std::forward<A>(a)...); }
 
   private:
+   template <class F>
+   static R invoke(const void* s, A... a) {
+      return (*static_cast<const F*>(s))(std::forward<A>(a)...);
+   }
+
    alignas(void*) unsigned char storage_[Size];
    R (*call_)(const void*, A...);
 };
