@@ -196,6 +196,19 @@ TEST(Collection, CreatesOnceAndPublishesAdditionsAndRemovals) {
    EXPECT_EQ(r.heard.size(), 2u);
 }
 
+// A read-only owner hands out read-only members; a writable one, writable ones.
+TEST(Collection, AConstLookUpReturnsAConstMember) {
+   auto n = node("n");
+   auto holder = Kiv::make<Holder>();
+   holder->member.is(1, n);
+   const Holder& readOnly = *holder;
+   static_assert(std::is_same_v<decltype(readOnly.member.find(1)), const Member*>);
+   static_assert(std::is_same_v<decltype(readOnly.member[1]), const Member*>);
+   static_assert(std::is_same_v<decltype(holder->member.find(1)), Member*>);
+   EXPECT_EQ(readOnly.member.find(1), holder->member.find(1));
+   EXPECT_EQ(readOnly.member[2], nullptr);
+}
+
 TEST(Collection, DelAllRemovesEveryMemberOneByOne) {
    auto h = Kiv::make<Holder>();
    auto n = node("n");

@@ -35,7 +35,8 @@ class Chassis : public Kiv::Entity {
       enum : Kiv::FieldId { name, port, generation };
    };
    Chassis() = default;
-   Port* port(Wyx::IntfId k) const { return port_.find(k); }
+   const Port* port(Wyx::IntfId k) const { return port_.find(k); }
+   Port* port(Wyx::IntfId k) { return port_.find(k); }
    const Kiv::Collection<Wyx::IntfId, Port>& port() const { return port_; }
    Pondo::Ptr<Port> portIs(Wyx::IntfId k) { return port_.is(k); }
    Pondo::Ptr<Port> portDel(Wyx::IntfId k) { return port_.del(k); }
@@ -142,7 +143,8 @@ class PortWatchSm : public Kiv::Reactor {
        : chassis_(this, std::move(chassis), &PortWatchSm::on_chassis) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
-   NestedSm_Port* portSm(Wyx::IntfId k) const { return portSm_.find(k); }
+   const NestedSm_Port* portSm(Wyx::IntfId k) const { return portSm_.find(k); }
+   NestedSm_Port* portSm(Wyx::IntfId k) { return portSm_.find(k); }
    const Kiv::Collection<Wyx::IntfId, NestedSm_Port>& portSm() const { return portSm_; }
 
    void handleSpeed(Wyx::IntfId i, int speed) { log.push_back(fmt::format("speed {} {}", i.shortName(), speed)); }

@@ -99,13 +99,17 @@ class VYRPTP_EXPORT PtpActions : public Kiv::Entity {
 
    const Pondo::String& name() const { return name_; }
 
-   PktAction* pktAction(const PktType& k) const { return pktAction_.find(k); }
+   const PktAction* pktAction(const PktType& k) const { return pktAction_.find(k); }
+
+   PktAction* pktAction(const PktType& k) { return pktAction_.find(k); }
    const Kiv::Collection<PktType, PktAction>& pktAction() const { return pktAction_; }
    Pondo::Ptr<PktAction> pktActionIs(const PktType& k) { return pktAction_.is(k); }
    Pondo::Ptr<PktAction> pktActionDel(const PktType& k) { return pktAction_.del(k); }
    void pktActionDelAll() { pktAction_.delAll(); }
 
-   IntfActions* intfAction(Wyx::IntfId k) const { return intfAction_.find(k); }
+   const IntfActions* intfAction(Wyx::IntfId k) const { return intfAction_.find(k); }
+
+   IntfActions* intfAction(Wyx::IntfId k) { return intfAction_.find(k); }
    const Kiv::Collection<Wyx::IntfId, IntfActions>& intfAction() const { return intfAction_; }
    Pondo::Ptr<IntfActions> intfActionIs(Wyx::IntfId k) { return intfAction_.is(k); }
    Pondo::Ptr<IntfActions> intfActionDel(Wyx::IntfId k) { return intfAction_.del(k); }

@@ -149,7 +149,7 @@ void AggregatorSmNi::on_intfInfoStatus(const Kiv::Change& c) {
 void AggregatorSmNi::handleInitialized() { pipelineInfoSmIs(pipelineInfoStatus_, ptpActions_, pipelineAggStateIs()); }
 
 void AggregatorSmNi::createIntfInfoSm(Wyx::IntfId k) {
-   PtpIntfInfo* intfInfo = intfInfoStatus_ ? intfInfoStatus_->intfInfo(k) : nullptr;
+   const PtpIntfInfo* intfInfo = intfInfoStatus_ ? intfInfoStatus_->intfInfo(k) : nullptr;
    Ptp::HwIntfStatus* hwIntfStatus = hwStatus_ ? hwStatus_->intfStatus(k) : nullptr;
    intfInfoSmDel(k);
    if (intfInfo && hwIntfStatus) {

@@ -85,7 +85,9 @@ class VYRPTP_EXPORT AggregatorSmNi : public Kiv::Reactor {
    const Programmer::PtpIntfInfoStatus* intfInfoStatus() const { return intfInfoStatus_.get(); }
    void intfInfoStatusIs(Pondo::Ptr<const Programmer::PtpIntfInfoStatus> s) { intfInfoStatus_ = std::move(s); }
 
-   IntfInfoSm* intfInfoSm(Wyx::IntfId k) const { return intfInfoSm_.find(k); }
+   const IntfInfoSm* intfInfoSm(Wyx::IntfId k) const { return intfInfoSm_.find(k); }
+
+   IntfInfoSm* intfInfoSm(Wyx::IntfId k) { return intfInfoSm_.find(k); }
    const Kiv::Collection<Wyx::IntfId, IntfInfoSm>& intfInfoSm() const { return intfInfoSm_; }
    // Keyed by the interface of `intfInfo`.
    Pondo::Ptr<IntfInfoSm> intfInfoSmIs(const Pondo::Ptr<const Programmer::PtpIntfInfo>& intfInfo,

@@ -56,7 +56,8 @@ class VYRPTP_EXPORT FapInfo : public Kiv::Entity {
    explicit FapInfo(FapId fapId) : fapId_(fapId) {}
 
    FapId fapId() const { return fapId_; }
-   IntfInfo* intf(Wyx::IntfId i) const { return intf_.find(i); }
+   const IntfInfo* intf(Wyx::IntfId i) const { return intf_.find(i); }
+   IntfInfo* intf(Wyx::IntfId i) { return intf_.find(i); }
    const Kiv::Collection<Wyx::IntfId, IntfInfo>& intf() const { return intf_; }
    Pondo::Ptr<IntfInfo> intfIs(Wyx::IntfId i) { return intf_.is(i); }
    Pondo::Ptr<IntfInfo> intfDel(Wyx::IntfId i) { return intf_.del(i); }
@@ -75,7 +76,8 @@ class VYRPTP_EXPORT SliceInfo : public Kiv::Entity {
    explicit SliceInfo(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   FapInfo* fapId(FapId id) const { return fapId_.find(id); }
+   const FapInfo* fapId(FapId id) const { return fapId_.find(id); }
+   FapInfo* fapId(FapId id) { return fapId_.find(id); }
    const Kiv::Collection<FapId, FapInfo>& fapId() const { return fapId_; }
    Pondo::Ptr<FapInfo> fapIdIs(FapId id) { return fapId_.is(id); }
    Pondo::Ptr<FapInfo> fapIdDel(FapId id) { return fapId_.del(id); }
@@ -91,7 +93,8 @@ class VYRPTP_EXPORT ChassisInfo : public Kiv::Entity {
    struct F {
       enum : Kiv::FieldId { slice };
    };
-   SliceInfo* slice(const Pondo::String& name) const { return slice_.find(name); }
+   const SliceInfo* slice(const Pondo::String& name) const { return slice_.find(name); }
+   SliceInfo* slice(const Pondo::String& name) { return slice_.find(name); }
    const Kiv::Collection<Pondo::String, SliceInfo>& slice() const { return slice_; }
    Pondo::Ptr<SliceInfo> sliceIs(const Pondo::String& name) { return slice_.is(name); }
    Pondo::Ptr<SliceInfo> sliceDel(const Pondo::String& name) { return slice_.del(name); }

@@ -83,7 +83,9 @@ class VYRPTP_EXPORT PlatformCfUpdateLogicalFapInfo : public Kiv::Entity {
    LogicalFapId logicalFapId() const { return logicalFapId_; }
    const Pondo::Ptr<const Asic::GenericIf>& chipInfoGif() const { return chipInfoGif_; }
 
-   PlatformCfUpdateIntfInfo* intfInfo(Wyx::IntfId i) const { return intfInfo_.find(i); }
+   const PlatformCfUpdateIntfInfo* intfInfo(Wyx::IntfId i) const { return intfInfo_.find(i); }
+
+   PlatformCfUpdateIntfInfo* intfInfo(Wyx::IntfId i) { return intfInfo_.find(i); }
    const Kiv::Collection<Wyx::IntfId, PlatformCfUpdateIntfInfo>& intfInfo() const { return intfInfo_; }
    Pondo::Ptr<PlatformCfUpdateIntfInfo> intfInfoIs(Wyx::IntfId i) { return intfInfo_.is(i); }
    Pondo::Ptr<PlatformCfUpdateIntfInfo> intfInfoDel(Wyx::IntfId i) { return intfInfo_.del(i); }
@@ -100,7 +102,8 @@ class VYRPTP_EXPORT PlatformCfUpdateInfo : public Kiv::Entity {
    struct F {
       enum : Kiv::FieldId { logicalFapInfo };
    };
-   PlatformCfUpdateLogicalFapInfo* logicalFapInfo(LogicalFapId id) const { return logicalFapInfo_.find(id); }
+   const PlatformCfUpdateLogicalFapInfo* logicalFapInfo(LogicalFapId id) const { return logicalFapInfo_.find(id); }
+   PlatformCfUpdateLogicalFapInfo* logicalFapInfo(LogicalFapId id) { return logicalFapInfo_.find(id); }
    const Kiv::Collection<LogicalFapId, PlatformCfUpdateLogicalFapInfo>& logicalFapInfo() const {
       return logicalFapInfo_;
    }

@@ -64,7 +64,8 @@ class VYRPTP_EXPORT PlatformEgressTsInfo : public Kiv::Entity {
    struct F {
       enum : Kiv::FieldId { logicalFapInfo };
    };
-   PlatformEgressTsLogicalFapInfo* logicalFapInfo(LogicalFapId id) const { return logicalFapInfo_.find(id); }
+   const PlatformEgressTsLogicalFapInfo* logicalFapInfo(LogicalFapId id) const { return logicalFapInfo_.find(id); }
+   PlatformEgressTsLogicalFapInfo* logicalFapInfo(LogicalFapId id) { return logicalFapInfo_.find(id); }
    const Kiv::Collection<LogicalFapId, PlatformEgressTsLogicalFapInfo>& logicalFapInfo() const {
       return logicalFapInfo_;
    }
@@ -92,7 +93,11 @@ class VYRPTP_EXPORT LogicalFapArmTables : public Kiv::Entity {
    explicit LogicalFapArmTables(LogicalFapId id) : logicalFapId_(id) {}
    LogicalFapId logicalFapId() const { return logicalFapId_; }
 
-   Asic::EgressTimestampTable* egressTimestampStatusTableCol(PortType t) const {
+   const Asic::EgressTimestampTable* egressTimestampStatusTableCol(PortType t) const {
+      return egressTimestampStatusTableCol_.find(t);
+   }
+
+   Asic::EgressTimestampTable* egressTimestampStatusTableCol(PortType t) {
       return egressTimestampStatusTableCol_.find(t);
    }
    const Kiv::Collection<PortType, Asic::EgressTimestampTable>& egressTimestampStatusTableCol() const {
@@ -117,7 +122,8 @@ class VYRPTP_EXPORT ArmTables : public Kiv::Entity {
    struct F {
       enum : Kiv::FieldId { logicalFapTable };
    };
-   LogicalFapArmTables* logicalFapTable(LogicalFapId id) const { return logicalFapTable_.find(id); }
+   const LogicalFapArmTables* logicalFapTable(LogicalFapId id) const { return logicalFapTable_.find(id); }
+   LogicalFapArmTables* logicalFapTable(LogicalFapId id) { return logicalFapTable_.find(id); }
    const Kiv::Collection<LogicalFapId, LogicalFapArmTables>& logicalFapTable() const { return logicalFapTable_; }
    Pondo::Ptr<LogicalFapArmTables> logicalFapTableIs(LogicalFapId id) { return logicalFapTable_.is(id); }
    Pondo::Ptr<LogicalFapArmTables> logicalFapTableDel(LogicalFapId id) { return logicalFapTable_.del(id); }

@@ -37,7 +37,8 @@ class VYRPTP_EXPORT PlatformGlobalChipInfo : public Kiv::Entity {
    struct F {
       enum : Kiv::FieldId { logicalFapInfo };
    };
-   PlatformGlobalChipLogicalFapInfo* logicalFapInfo(LogicalFapId id) const { return logicalFapInfo_.find(id); }
+   const PlatformGlobalChipLogicalFapInfo* logicalFapInfo(LogicalFapId id) const { return logicalFapInfo_.find(id); }
+   PlatformGlobalChipLogicalFapInfo* logicalFapInfo(LogicalFapId id) { return logicalFapInfo_.find(id); }
    const Kiv::Collection<LogicalFapId, PlatformGlobalChipLogicalFapInfo>& logicalFapInfo() const {
       return logicalFapInfo_;
    }

@@ -35,7 +35,7 @@ void AggregatorSm::on_programmerStatus(const Kiv::Change& c) {
    if (c.source != programmerStatus_.get() || c.field != Status::F::intfStatus) return;
    const ProgrammerIntfId& k = c.keyAs<ProgrammerIntfId>();
    if (initialized()) handleIntfStatus(k);
-   if (IntfInfo* report = programmerStatus_->intfStatus(k)) {
+   if (const IntfInfo* report = programmerStatus_->intfStatus(k)) {
       intfStatusIs(report);
    } else {
       intfStatusDel(k);

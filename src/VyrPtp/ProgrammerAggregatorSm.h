@@ -46,7 +46,9 @@ class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
    // Copies the static timestamping properties into the published entry.
    void updateStaticHwIntfStatus(Wyx::IntfId intfId);
 
-   NestedSm_IntfStatus* intfStatus(const ProgrammerIntfId& k) const { return intfStatus_.find(k); }
+   const NestedSm_IntfStatus* intfStatus(const ProgrammerIntfId& k) const { return intfStatus_.find(k); }
+
+   NestedSm_IntfStatus* intfStatus(const ProgrammerIntfId& k) { return intfStatus_.find(k); }
    const Kiv::Collection<ProgrammerIntfId, NestedSm_IntfStatus>& intfStatus() const { return intfStatus_; }
    // Keyed by the key of `intfInfo`.
    Pondo::Ptr<NestedSm_IntfStatus> intfStatusIs(const Pondo::Ptr<const IntfInfo>& intfInfo);

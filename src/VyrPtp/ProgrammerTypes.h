@@ -47,7 +47,9 @@ class VYRPTP_EXPORT PtpIntfInfo : public Kiv::Entity {
 
    Wyx::IntfId intfId() const { return intfId_; }
 
-   PtpProgrammerInfo* programmerInfo(const Pondo::String& k) const { return programmerInfo_.find(k); }
+   const PtpProgrammerInfo* programmerInfo(const Pondo::String& k) const { return programmerInfo_.find(k); }
+
+   PtpProgrammerInfo* programmerInfo(const Pondo::String& k) { return programmerInfo_.find(k); }
    const ProgrammerInfoCollection& programmerInfo() const { return programmerInfo_; }
    Pondo::Ptr<PtpProgrammerInfo> programmerInfoIs(const Pondo::String& k) { return programmerInfo_.is(k); }
    Pondo::Ptr<PtpProgrammerInfo> programmerInfoDel(const Pondo::String& k) { return programmerInfo_.del(k); }
@@ -64,7 +66,9 @@ class VYRPTP_EXPORT PtpIntfInfoStatus : public Kiv::Entity {
       enum : Kiv::FieldId { intfInfo };
    };
 
-   PtpIntfInfo* intfInfo(Wyx::IntfId k) const { return intfInfo_.find(k); }
+   const PtpIntfInfo* intfInfo(Wyx::IntfId k) const { return intfInfo_.find(k); }
+
+   PtpIntfInfo* intfInfo(Wyx::IntfId k) { return intfInfo_.find(k); }
    const Kiv::Collection<Wyx::IntfId, PtpIntfInfo>& intfInfo() const { return intfInfo_; }
    Pondo::Ptr<PtpIntfInfo> intfInfoIs(Wyx::IntfId k) { return intfInfo_.is(k); }
    Pondo::Ptr<PtpIntfInfo> intfInfoDel(Wyx::IntfId k) { return intfInfo_.del(k); }
@@ -81,7 +85,9 @@ class VYRPTP_EXPORT PtpPipelineInfoStatus : public Kiv::Entity {
       enum : Kiv::FieldId { programmerInfo };
    };
 
-   PtpProgrammerInfo* programmerInfo(const Pondo::String& k) const { return programmerInfo_.find(k); }
+   const PtpProgrammerInfo* programmerInfo(const Pondo::String& k) const { return programmerInfo_.find(k); }
+
+   PtpProgrammerInfo* programmerInfo(const Pondo::String& k) { return programmerInfo_.find(k); }
    const ProgrammerInfoCollection& programmerInfo() const { return programmerInfo_; }
    Pondo::Ptr<PtpProgrammerInfo> programmerInfoIs(const Pondo::String& k) { return programmerInfo_.is(k); }
    Pondo::Ptr<PtpProgrammerInfo> programmerInfoDel(const Pondo::String& k) { return programmerInfo_.del(k); }
@@ -147,13 +153,17 @@ class VYRPTP_EXPORT Status : public Kiv::Entity {
       enum : Kiv::FieldId { status, intfStatus, programmerActive, staticHwIntfStatus };
    };
 
-   Info* status(const Pondo::String& k) const { return status_.find(k); }
+   const Info* status(const Pondo::String& k) const { return status_.find(k); }
+
+   Info* status(const Pondo::String& k) { return status_.find(k); }
    const Kiv::Collection<Pondo::String, Info>& status() const { return status_; }
    Pondo::Ptr<Info> statusIs(const Pondo::String& k) { return status_.is(k); }
    Pondo::Ptr<Info> statusDel(const Pondo::String& k) { return status_.del(k); }
    void statusDelAll() { status_.delAll(); }
 
-   IntfInfo* intfStatus(const ProgrammerIntfId& k) const { return intfStatus_.find(k); }
+   const IntfInfo* intfStatus(const ProgrammerIntfId& k) const { return intfStatus_.find(k); }
+
+   IntfInfo* intfStatus(const ProgrammerIntfId& k) { return intfStatus_.find(k); }
    const Kiv::Collection<ProgrammerIntfId, IntfInfo>& intfStatus() const { return intfStatus_; }
    Pondo::Ptr<IntfInfo> intfStatusIs(const ProgrammerIntfId& k) { return intfStatus_.is(k); }
    Pondo::Ptr<IntfInfo> intfStatusDel(const ProgrammerIntfId& k) { return intfStatus_.del(k); }
@@ -167,7 +177,8 @@ class VYRPTP_EXPORT Status : public Kiv::Entity {
    void programmerActiveDelAll() { programmerActive_.delAll(); }
 
    // Static timestamping properties per interface, as the programmers know them.
-   Ptp::HwIntfStatus* staticHwIntfStatus(Wyx::IntfId k) const { return staticHwIntfStatus_.find(k); }
+   const Ptp::HwIntfStatus* staticHwIntfStatus(Wyx::IntfId k) const { return staticHwIntfStatus_.find(k); }
+   Ptp::HwIntfStatus* staticHwIntfStatus(Wyx::IntfId k) { return staticHwIntfStatus_.find(k); }
    const Kiv::Collection<Wyx::IntfId, Ptp::HwIntfStatus>& staticHwIntfStatus() const { return staticHwIntfStatus_; }
    Pondo::Ptr<Ptp::HwIntfStatus> staticHwIntfStatusIs(Wyx::IntfId k, Ptp::LinuxTsOptions o) {
       return staticHwIntfStatus_.is(k, o);

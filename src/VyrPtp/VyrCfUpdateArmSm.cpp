@@ -66,7 +66,7 @@ void VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo(const Kiv::Change& c)
    if (!initialized() || c.source != cfUpdateLogicalFapInfo_.get()) return;
    if (c.field != PlatformCfUpdateLogicalFapInfo::F::intfInfo) return;
    const IntfId intfId = c.keyAs<IntfId>();
-   if (PlatformCfUpdateIntfInfo* info = cfUpdateLogicalFapInfo_->intfInfo(intfId)) {
+   if (const PlatformCfUpdateIntfInfo* info = cfUpdateLogicalFapInfo_->intfInfo(intfId)) {
       intfInfoIs(info);
    } else {
       intfInfoDel(intfId);
@@ -183,7 +183,7 @@ void VyrCfUpdateArmSm::handleLogicalFapInfo() {
 // which re-evaluates "CF_UPDATE" through the watcher.
 void VyrCfUpdateArmSm::handleLogicalFapInfo(LogicalFapId logicalFapId) {
    trace(8, "for logicalFapId: {}", logicalFapId);
-   if (PlatformCfUpdateLogicalFapInfo* info = cfUpdateInfo_->logicalFapInfo(logicalFapId)) {
+   if (const PlatformCfUpdateLogicalFapInfo* info = cfUpdateInfo_->logicalFapInfo(logicalFapId)) {
       Pondo::Ptr<CfUpdateProgrammedStatus> status = logicalFapStatusIs(logicalFapId);
       logicalFapSmIs(info, statebaseEm_, status);
    } else {

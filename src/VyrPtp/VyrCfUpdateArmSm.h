@@ -61,7 +61,9 @@ class VYRPTP_EXPORT VyrCfUpdateLogicalFapArmSm final : public Kiv::Reactor {
    Asic::RxCfControlTable* rxCfControlTable() const { return rxCfControlTable_.get(); }
    Asic::TxCfControlTable* txCfControlTable() const { return txCfControlTable_.get(); }
 
-   NestedSm_IntfInfo* intfInfo(Wyx::IntfId i) const { return intfInfo_.find(i); }
+   const NestedSm_IntfInfo* intfInfo(Wyx::IntfId i) const { return intfInfo_.find(i); }
+
+   NestedSm_IntfInfo* intfInfo(Wyx::IntfId i) { return intfInfo_.find(i); }
    const Kiv::Collection<Wyx::IntfId, NestedSm_IntfInfo>& intfInfo() const { return intfInfo_; }
    // Creates the interface's nested machine, or binds the present one to
    // `intfInfo`; binding programs the interface.
@@ -122,21 +124,29 @@ class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {
    Statebase::EntityManager* statebaseEm() const { return statebaseEm_.get(); }
    VyrPtp::Programmer::Status* programmerStatus() const { return programmerStatus_.get(); }
 
-   VyrCfUpdateLogicalFapArmSm* logicalFapSm(LogicalFapId id) const { return logicalFapSm_.find(id); }
+   const VyrCfUpdateLogicalFapArmSm* logicalFapSm(LogicalFapId id) const { return logicalFapSm_.find(id); }
+
+   VyrCfUpdateLogicalFapArmSm* logicalFapSm(LogicalFapId id) { return logicalFapSm_.find(id); }
    const Kiv::Collection<LogicalFapId, VyrCfUpdateLogicalFapArmSm>& logicalFapSm() const { return logicalFapSm_; }
    Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> logicalFapSmIs(
        Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> logicalFapInfo,
        Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> status);
    Pondo::Ptr<VyrCfUpdateLogicalFapArmSm> logicalFapSmDel(LogicalFapId id) { return logicalFapSm_.del(id); }
 
-   CfUpdateProgrammedStatus* logicalFapStatus(LogicalFapId id) const { return logicalFapStatus_.find(id); }
+   const CfUpdateProgrammedStatus* logicalFapStatus(LogicalFapId id) const { return logicalFapStatus_.find(id); }
+
+   CfUpdateProgrammedStatus* logicalFapStatus(LogicalFapId id) { return logicalFapStatus_.find(id); }
    const Kiv::Collection<LogicalFapId, CfUpdateProgrammedStatus>& logicalFapStatus() const { return logicalFapStatus_; }
    // Creates the chip's record, with its watcher, if absent.
    Pondo::Ptr<CfUpdateProgrammedStatus> logicalFapStatusIs(LogicalFapId id);
    // Drops the watcher, then the record.
    Pondo::Ptr<CfUpdateProgrammedStatus> logicalFapStatusDel(LogicalFapId id);
 
-   NestedSm_LogicalFapStatusWatcher* logicalFapStatusWatcher(LogicalFapId id) const {
+   const NestedSm_LogicalFapStatusWatcher* logicalFapStatusWatcher(LogicalFapId id) const {
+      return logicalFapStatusWatcher_.find(id);
+   }
+
+   NestedSm_LogicalFapStatusWatcher* logicalFapStatusWatcher(LogicalFapId id) {
       return logicalFapStatusWatcher_.find(id);
    }
    const Kiv::Collection<LogicalFapId, NestedSm_LogicalFapStatusWatcher>& logicalFapStatusWatcher() const {

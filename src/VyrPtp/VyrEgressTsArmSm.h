@@ -243,7 +243,9 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
    Ptp::HwTimestampStatus* timestampGlint() const { return timestampGlint_.get(); }
    Brim::TimerWheel* timerWheel() const { return timerWheel_.get(); }
 
-   VyrEgressTsArmLogicalFapSm* logicalFapSm(LogicalFapId id) const { return logicalFapSm_.find(id); }
+   const VyrEgressTsArmLogicalFapSm* logicalFapSm(LogicalFapId id) const { return logicalFapSm_.find(id); }
+
+   VyrEgressTsArmLogicalFapSm* logicalFapSm(LogicalFapId id) { return logicalFapSm_.find(id); }
    const Kiv::Collection<LogicalFapId, VyrEgressTsArmLogicalFapSm>& logicalFapSm() const { return logicalFapSm_; }
    Pondo::Ptr<VyrEgressTsArmLogicalFapSm> logicalFapSmIs(LogicalFapId id,
                                                          Pondo::Ptr<const PlatformEgressTsLogicalFapInfo> info,
@@ -252,7 +254,11 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
    Pondo::Ptr<VyrEgressTsArmLogicalFapSm> logicalFapSmDel(LogicalFapId id) { return logicalFapSm_.del(id); }
    void logicalFapSmDelAll() { logicalFapSm_.delAll(); }
 
-   AsicTimestampFetcherWrapper* asicTimeFetcherWrapperCol(LogicalFapId id) const {
+   const AsicTimestampFetcherWrapper* asicTimeFetcherWrapperCol(LogicalFapId id) const {
+      return asicTimeFetcherWrapperCol_.find(id);
+   }
+
+   AsicTimestampFetcherWrapper* asicTimeFetcherWrapperCol(LogicalFapId id) {
       return asicTimeFetcherWrapperCol_.find(id);
    }
    const Kiv::Collection<LogicalFapId, AsicTimestampFetcherWrapper>& asicTimeFetcherWrapperCol() const {

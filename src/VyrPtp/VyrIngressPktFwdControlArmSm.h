@@ -27,7 +27,10 @@ class VYRPTP_EXPORT VyrIngressPktFwdControlArmSm final : public Kiv::Reactor {
    Statebase::EntityManager* statebaseEm() const { return statebaseEm_.get(); }
 
    // The table of each chip, by chipInfoString.
-   Ing1588MessageTypeFwdCtrlTable* ingressPktFwdControlTable(const Pondo::String& chip) const {
+   const Ing1588MessageTypeFwdCtrlTable* ingressPktFwdControlTable(const Pondo::String& chip) const {
+      return ingressPktFwdControlTable_.find(chip);
+   }
+   Ing1588MessageTypeFwdCtrlTable* ingressPktFwdControlTable(const Pondo::String& chip) {
       return ingressPktFwdControlTable_.find(chip);
    }
    const Kiv::Collection<Pondo::String, Ing1588MessageTypeFwdCtrlTable>& ingressPktFwdControlTable() const {

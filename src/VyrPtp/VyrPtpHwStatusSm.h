@@ -159,7 +159,9 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
    bool timeSyncSupported() const { return timeSyncSupported_; }
    Ptp::HwStatus* ptpHwStatus() const { return ptpHwStatus_.get(); }
 
-   VyrPtpHwStatusFapSm* hwStatusFapSm(FapId fapId) const { return hwStatusFapSm_.find(fapId); }
+   const VyrPtpHwStatusFapSm* hwStatusFapSm(FapId fapId) const { return hwStatusFapSm_.find(fapId); }
+
+   VyrPtpHwStatusFapSm* hwStatusFapSm(FapId fapId) { return hwStatusFapSm_.find(fapId); }
    const Kiv::Collection<FapId, VyrPtpHwStatusFapSm>& hwStatusFapSm() const { return hwStatusFapSm_; }
    Pondo::Ptr<VyrPtpHwStatusFapSm> hwStatusFapSmIs(FapId fapId, Pondo::Ptr<const PlatformUnitPortFapInfo> info);
    Pondo::Ptr<VyrPtpHwStatusFapSm> hwStatusFapSmDel(FapId fapId) { return hwStatusFapSm_.del(fapId); }

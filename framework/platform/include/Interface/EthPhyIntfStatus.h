@@ -49,7 +49,8 @@ class AllEthPhyIntfStatusDir : public Kiv::Entity {
    explicit AllEthPhyIntfStatusDir(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   EthPhyIntfStatus* intfStatus(Wyx::IntfId k) const { return intfStatus_.find(k); }
+   const EthPhyIntfStatus* intfStatus(Wyx::IntfId k) const { return intfStatus_.find(k); }
+   EthPhyIntfStatus* intfStatus(Wyx::IntfId k) { return intfStatus_.find(k); }
    const Kiv::Collection<Wyx::IntfId, EthPhyIntfStatus>& intfStatus() const { return intfStatus_; }
    Pondo::Ptr<EthPhyIntfStatus> intfStatusIs(Wyx::IntfId k) { return intfStatus_.is(k); }
    Pondo::Ptr<EthPhyIntfStatus> intfStatusDel(Wyx::IntfId k) { return intfStatus_.del(k); }

@@ -71,7 +71,9 @@ class HwConfig : public Kiv::Entity {
    Location::Location timestampLocation() const { return timestampLocation_; }
    void timestampLocationIs(Location::Location v) { set(timestampLocation_, v, F::timestampLocation); }
 
-   HwIntfConfig* intfConfig(Wyx::IntfId k) const { return intfConfig_.find(k); }
+   const HwIntfConfig* intfConfig(Wyx::IntfId k) const { return intfConfig_.find(k); }
+
+   HwIntfConfig* intfConfig(Wyx::IntfId k) { return intfConfig_.find(k); }
    const Kiv::Collection<Wyx::IntfId, HwIntfConfig>& intfConfig() const { return intfConfig_; }
    Pondo::Ptr<HwIntfConfig> intfConfigIs(Wyx::IntfId k) { return intfConfig_.is(k); }
    Pondo::Ptr<HwIntfConfig> intfConfigDel(Wyx::IntfId k) { return intfConfig_.del(k); }

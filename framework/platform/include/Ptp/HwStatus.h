@@ -98,7 +98,9 @@ class HwStatus : public Kiv::Entity {
 
    const Pondo::String& name() const { return name_; }
 
-   HwIntfStatus* intfStatus(Wyx::IntfId k) const { return intfStatus_.find(k); }
+   const HwIntfStatus* intfStatus(Wyx::IntfId k) const { return intfStatus_.find(k); }
+
+   HwIntfStatus* intfStatus(Wyx::IntfId k) { return intfStatus_.find(k); }
    const Kiv::Collection<Wyx::IntfId, HwIntfStatus>& intfStatus() const { return intfStatus_; }
    Pondo::Ptr<HwIntfStatus> intfStatusIs(Wyx::IntfId k, LinuxTsOptions o) { return intfStatus_.is(k, o); }
    Pondo::Ptr<HwIntfStatus> intfStatusDel(Wyx::IntfId k) { return intfStatus_.del(k); }

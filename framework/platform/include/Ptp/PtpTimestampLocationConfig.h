@@ -45,7 +45,10 @@ class PtpTimestampLocationConfig : public Kiv::Entity {
    explicit PtpTimestampLocationConfig(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   PtpTimestampLocationIntfConfig* enabledPhysicalIntfConfig(Wyx::IntfId i) const {
+   const PtpTimestampLocationIntfConfig* enabledPhysicalIntfConfig(Wyx::IntfId i) const {
+      return enabledPhysicalIntfConfig_.find(i);
+   }
+   PtpTimestampLocationIntfConfig* enabledPhysicalIntfConfig(Wyx::IntfId i) {
       return enabledPhysicalIntfConfig_.find(i);
    }
    const Kiv::Collection<Wyx::IntfId, PtpTimestampLocationIntfConfig>& enabledPhysicalIntfConfig() const {

@@ -36,7 +36,8 @@ class PtpTimestampStatus : public Kiv::Entity {
    explicit PtpTimestampStatus(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   PtpTimestampIntfStatus* physicalIntfStatus(Wyx::IntfId i) const { return physicalIntfStatus_.find(i); }
+   const PtpTimestampIntfStatus* physicalIntfStatus(Wyx::IntfId i) const { return physicalIntfStatus_.find(i); }
+   PtpTimestampIntfStatus* physicalIntfStatus(Wyx::IntfId i) { return physicalIntfStatus_.find(i); }
    const Kiv::Collection<Wyx::IntfId, PtpTimestampIntfStatus>& physicalIntfStatus() const {
       return physicalIntfStatus_;
    }

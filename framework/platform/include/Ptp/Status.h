@@ -83,7 +83,8 @@ class Status : public Kiv::Entity {
    explicit Status(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   PortDS* portDS(const PortDSKey& k) const { return portDS_.find(k); }
+   const PortDS* portDS(const PortDSKey& k) const { return portDS_.find(k); }
+   PortDS* portDS(const PortDSKey& k) { return portDS_.find(k); }
    const Kiv::Collection<PortDSKey, PortDS>& portDS() const { return portDS_; }
    Pondo::Ptr<PortDS> portDSIs(const PortDSKey& k, const ClockIdentity& clockIdentity) {
       return portDS_.is(k, clockIdentity);

@@ -56,13 +56,17 @@ class Config : public Kiv::Entity {
 
    const Pondo::String& name() const { return name_; }
 
-   HpxConfig* hpx(const Pondo::String& k) const { return hpx_.find(k); }
+   const HpxConfig* hpx(const Pondo::String& k) const { return hpx_.find(k); }
+
+   HpxConfig* hpx(const Pondo::String& k) { return hpx_.find(k); }
    const Kiv::Collection<Pondo::String, HpxConfig>& hpx() const { return hpx_; }
    Pondo::Ptr<HpxConfig> hpxIs(const Pondo::String& k) { return hpx_.is(k); }
    Pondo::Ptr<HpxConfig> hpxDel(const Pondo::String& k) { return hpx_.del(k); }
    void hpxDelAll() { hpx_.delAll(); }
 
-   SwitchConfig* switchAsic(const Pondo::String& k) const { return switchAsic_.find(k); }
+   const SwitchConfig* switchAsic(const Pondo::String& k) const { return switchAsic_.find(k); }
+
+   SwitchConfig* switchAsic(const Pondo::String& k) { return switchAsic_.find(k); }
    const Kiv::Collection<Pondo::String, SwitchConfig>& switchAsic() const { return switchAsic_; }
    Pondo::Ptr<SwitchConfig> switchAsicIs(const Pondo::String& k) { return switchAsic_.is(k); }
    Pondo::Ptr<SwitchConfig> switchAsicDel(const Pondo::String& k) { return switchAsic_.del(k); }

@@ -36,7 +36,8 @@ class HwStatus : public Kiv::Entity {
    explicit HwStatus(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   SwitchStatus* switchAsic(const Pondo::String& k) const { return switchAsic_.find(k); }
+   const SwitchStatus* switchAsic(const Pondo::String& k) const { return switchAsic_.find(k); }
+   SwitchStatus* switchAsic(const Pondo::String& k) { return switchAsic_.find(k); }
    const Kiv::Collection<Pondo::String, SwitchStatus>& switchAsic() const { return switchAsic_; }
    Pondo::Ptr<SwitchStatus> switchAsicIs(const Pondo::String& k) { return switchAsic_.is(k); }
    Pondo::Ptr<SwitchStatus> switchAsicDel(const Pondo::String& k) { return switchAsic_.del(k); }

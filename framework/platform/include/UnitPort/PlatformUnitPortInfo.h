@@ -49,7 +49,8 @@ class PlatformUnitPortInfo : public Kiv::Entity {
    explicit PlatformUnitPortInfo(Pondo::String name) : name_(std::move(name)) {}
 
    const Pondo::String& name() const { return name_; }
-   PlatformUnitPortFapInfo* fapInfo(FapId k) const { return fapInfo_.find(k); }
+   const PlatformUnitPortFapInfo* fapInfo(FapId k) const { return fapInfo_.find(k); }
+   PlatformUnitPortFapInfo* fapInfo(FapId k) { return fapInfo_.find(k); }
    const Kiv::Collection<FapId, PlatformUnitPortFapInfo>& fapInfo() const { return fapInfo_; }
    // Creates the chip's entry, complete with its slice and chip names, if absent.
    Pondo::Ptr<PlatformUnitPortFapInfo> fapInfoIs(FapId k, const Pondo::String& sliceName,

@@ -252,11 +252,11 @@ class Collection final : public CollectionBase {
       for (auto& [k, m] : members_) m->ownerIs(nullptr, 0);
    }
 
-   E* operator[](const K& k) const { return find(k); }
-   E* find(const K& k) const {
-      auto it = members_.find(k);
-      return it == members_.end() ? nullptr : it->second.get();
-   }
+   // A member, or null; writable only through a writable collection.
+   const E* operator[](const K& k) const { return find(k); }
+   E* operator[](const K& k) { return find(k); }
+   const E* find(const K& k) const { return memberOf(k); }
+   E* find(const K& k) { return memberOf(k); }
    bool contains(const K& k) const { return members_.count(k) != 0; }
    std::size_t size() const { return members_.size(); }
    bool empty() const { return members_.empty(); }
@@ -312,7 +312,10 @@ class Collection final : public CollectionBase {
    friend class CollectionBase;
    static constexpr Pondo::ChangeLayout kLayout{&Pondo::keepCopy<K>, &Pondo::keepEntity<E>};
    std::vector<K> keys() const { return detail::keysOf(members_); }
-   const void* memberOf(const K& k) const { return find(k); }
+   E* memberOf(const K& k) const {
+      auto it = members_.find(k);
+      return it == members_.end() ? nullptr : it->second.get();
+   }
 
    // The member of key `k`, or null; throws when its fixed arguments differ from `args`.
    template <class Args>

@@ -55,13 +55,17 @@ class Status : public Kiv::Entity {
 
    const Pondo::String& name() const { return name_; }
 
-   ProgrammedLag* programmedLag(Wyx::IntfId lag) const { return programmedLag_.find(lag); }
+   const ProgrammedLag* programmedLag(Wyx::IntfId lag) const { return programmedLag_.find(lag); }
+
+   ProgrammedLag* programmedLag(Wyx::IntfId lag) { return programmedLag_.find(lag); }
    const Kiv::Collection<Wyx::IntfId, ProgrammedLag>& programmedLag() const { return programmedLag_; }
    Pondo::Ptr<ProgrammedLag> programmedLagIs(Wyx::IntfId lag) { return programmedLag_.is(lag); }
    Pondo::Ptr<ProgrammedLag> programmedLagDel(Wyx::IntfId lag) { return programmedLag_.del(lag); }
    void programmedLagDelAll() { programmedLag_.delAll(); }
 
-   ProgrammedMember* programmedMember(Wyx::IntfId m) const { return programmedMember_.find(m); }
+   const ProgrammedMember* programmedMember(Wyx::IntfId m) const { return programmedMember_.find(m); }
+
+   ProgrammedMember* programmedMember(Wyx::IntfId m) { return programmedMember_.find(m); }
    const Kiv::Collection<Wyx::IntfId, ProgrammedMember>& programmedMember() const { return programmedMember_; }
    Pondo::Ptr<ProgrammedMember> programmedMemberIs(Wyx::IntfId m) { return programmedMember_.is(m); }
    Pondo::Ptr<ProgrammedMember> programmedMemberDel(Wyx::IntfId m) { return programmedMember_.del(m); }
