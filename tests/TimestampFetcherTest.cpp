@@ -2,8 +2,12 @@
 // their checks, retries, GPIO sample status; the simulated device itself.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #include "Hpx/SimHam.h"
 #include "TraceCapture.h"
@@ -98,6 +102,39 @@ TEST_F(TimestampFetcher, NonDecimalCounterTextIsTracedAndItsNumberUsed) {
    EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 0u);
    EXPECT_TRUE(traces.has(0, "Error: The timestamp used isn't a valid U64: "));
    EXPECT_TRUE(traces.has(0, "Here is the invalid portion: "));
+}
+
+// The counter is read as strtoull reads its text: the usual plain digits, and
+// the rest (spaces, signs, overflow) as well. Fixed seed, printed.
+TEST_F(TimestampFetcher, CounterTextReadsAsStrtoullReadsIt) {
+   std::vector<std::string> texts = {"0",
+                                     "7",
+                                     "18446744073709551615",
+                                     "18446744073709551616",
+                                     "99999999999999999999",
+                                     " 12",
+                                     "+5",
+                                     "-1",
+                                     "0012",
+                                     "1 2",
+                                     "x",
+                                     "\t9",
+                                     "184467440737095516150"};
+   const unsigned seed = 20261124;
+   std::printf("seed %u\n", seed);
+   std::mt19937_64 random(seed);
+   for (int i = 0; i < 100000; ++i) {
+      std::string t = std::to_string(random() >> (random() % 64));
+      if (i % 4 == 0) t += std::string(1, "x 9-"[random() % 4]) + std::to_string(random() % 1000);
+      if (i % 8 == 1) t = std::to_string(random()) + std::to_string(random() % 100);  // beyond 64 bits
+      texts.push_back(t);
+   }
+   for (const std::string& t : texts) {
+      ham->textIs("ptp_timestamp", t);
+      char* end = nullptr;
+      const std::uint64_t expected = std::strtoull(t.c_str(), &end, 10);
+      ASSERT_EQ(fetcher->readHpxCounter("ptp_timestamp"), expected) << '"' << t << '"';
+   }
 }
 
 TEST_F(TimestampFetcher, CounterTextEndsAtItsFirstZeroByte) {

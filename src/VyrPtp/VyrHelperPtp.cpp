@@ -21,9 +21,21 @@ Kiv::Tracer trace{"VyrPtp"};
 
 // Unsigned base-10 conversion of counter text (up to its first zero byte);
 // `rest` is what it left unconsumed.
+// strtoull(text, &rest, 10). Counter text is plain digits that fit, read here
+// directly; anything else (space, a sign, no digit, overflow) goes to strtoull.
 U64 toU64(const char* text, const char*& rest) {
+   const char* p = text;
+   U64 v = 0;
+   for (unsigned d; (d = unsigned(*p) - '0') < 10; ++p) {
+      if (v > (~U64(0) - d) / 10) break;
+      v = v * 10 + d;
+   }
+   if (p != text && unsigned(*p) - '0' >= 10) {
+      rest = p;
+      return v;
+   }
    char* end = nullptr;
-   U64 v = std::strtoull(text, &end, 10);
+   v = std::strtoull(text, &end, 10);
    rest = end;
    return v;
 }

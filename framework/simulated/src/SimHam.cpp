@@ -1,5 +1,6 @@
 #include "Hpx/SimHam.h"
 
+#include <charconv>
 #include <cmath>
 #include <iterator>
 
@@ -35,8 +36,8 @@ void SimHam::valueRead(const Pondo::String& valueName) {
    if (auto it = text_.find(valueName); it != text_.end()) {
       result_ = it->second;
    } else if (valueName == "ptp_timestamp") {
-      result_.clear();  // keeps its storage: a read allocates nothing
-      fmt::format_to(std::back_inserter(result_), "{}", counter());
+      char digits[20];
+      result_.assign(digits, std::to_chars(digits, std::end(digits), counter()).ptr);  // keeps its storage
    } else {
       static const Pondo::String zero = "0";
       result_ = zero;
