@@ -58,12 +58,16 @@ void SimAsicTimeFiles::unitIs(std::uint8_t unit) {
 void SimAsicTimeFiles::timeIs(std::uint8_t unit, const std::string& text) {
    TimeFile& f = time_[unit];
    if (f.fd >= 0 && f.text == text) return;
-   if (f.fd < 0) {
+   const bool opened = f.fd < 0;
+   if (opened) {
       f.fd = ::open(path(unit, "ts").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
       if (f.fd < 0) throw std::runtime_error("cannot create " + path(unit, "ts"));
    }
+   // Truncating costs as much as writing: only a shorter text, or a file
+   // found from before, needs it.
+   const bool truncate = opened || text.size() < f.text.size();
    if (::pwrite(f.fd, text.data(), text.size(), 0) != ssize_t(text.size()) ||
-       ::ftruncate(f.fd, off_t(text.size())) != 0) {
+       (truncate && ::ftruncate(f.fd, off_t(text.size())) != 0)) {
       throw std::runtime_error("cannot write " + path(unit, "ts"));
    }
    f.text = text;
