@@ -63,6 +63,35 @@ class HwConfigAdapterTest : public ::testing::Test {
    std::map<IntfId, Entry> outAll() const { return entries(*output); }
 };
 
+// One nested machine per input entry, watching the entry present now.
+TEST_F(HwConfigAdapterTest, EachInputEntryHasOneNestedMachineWatchingIt) {
+   configIs(et1, true);
+   create();
+   const HwConfigAdapterSm::NestedSm_PtpHwIntfConfig* first = sm->ptpHwIntfConfig(et1);
+   ASSERT_NE(first, nullptr);
+   EXPECT_EQ(first->intfId(), et1);
+   EXPECT_EQ(first->notifier(), input->intfConfig(et1));
+   EXPECT_EQ(sm->ptpHwIntfConfigIs(et1).get(), first);
+
+   input->intfConfigDel(et1);
+   EXPECT_EQ(sm->ptpHwIntfConfig(et1), nullptr);
+   EXPECT_EQ(out(et1), std::nullopt);
+   configIs(et1, false, true);
+   ASSERT_NE(sm->ptpHwIntfConfig(et1), nullptr);
+   EXPECT_EQ(sm->ptpHwIntfConfig(et1)->notifier(), input->intfConfig(et1));
+   EXPECT_EQ(out(et1), (Entry{false, true}));
+
+   // Removing the machine alone re-derives the port from the input, which still has its entry.
+   sm->ptpHwIntfConfigDel(et1);
+   EXPECT_EQ(sm->ptpHwIntfConfigCount(), 0u);
+   EXPECT_EQ(out(et1), (Entry{false, true}));
+}
+
+TEST_F(HwConfigAdapterTest, AMachineForAnAbsentEntryIsRefused) {
+   create();
+   EXPECT_DEATH(sm->ptpHwIntfConfigIs(et9), "ptpHwIntfConfigIs: no input configuration for Ethernet9");
+}
+
 TEST_F(HwConfigAdapterTest, CopiesGlobalFieldsWithTheirTraces) {
    TraceCapture traces("AdapterSm");
    create();

@@ -8,19 +8,27 @@ namespace {
 Kiv::Tracer trace{"AdapterSm"};
 }  // namespace
 
+// The adapter is checked before the configuration.
 HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter,
                                                                       Pondo::Ptr<const Ptp::HwIntfConfig> config)
-    : Reactor(Kiv::nonNull(adapter, "adapter")),
-      adapter_(adapter),
-      intfId_(intfId),
-      config_(this, Kiv::nonNull(config, "config"), &NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig) {}
+    : NestedSm((Kiv::nonNull(adapter, "adapter"), Kiv::nonNull(config, "config")), adapter), intfId_(intfId) {}
 
-void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::on_ptpHwIntfConfig(const Kiv::Change& c) {
-   if (c.field == Ptp::HwIntfConfig::F::enabled ||
-       c.field == Ptp::HwIntfConfig::F::disableManagementMessageForwarding) {
-      processChanges();
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onAttribute(const Kiv::Change& c) {
+   switch (c.field) {
+      case Ptp::HwIntfConfig::F::enabled:
+         handleEnabled();
+         break;
+      case Ptp::HwIntfConfig::F::disableManagementMessageForwarding:
+         handleDisableManagementMessageForwarding();
+         break;
+      default:
+         break;
    }
 }
+
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::handleEnabled() { processChanges(); }
+
+void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::handleDisableManagementMessageForwarding() { processChanges(); }
 
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onConstruct() { processChanges(); }
 
@@ -33,9 +41,9 @@ void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onDestruct() {
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::processChanges() {
    trace(8, "processChanges intfId: {}", intfId_);
    if (Wyx::isPortChannelIntfId(intfId_)) {
-      adapter_->processLag(intfId_);
+      ownerSm()->processLag(intfId_);
    } else {
-      adapter_->processIntf(intfId_);
+      ownerSm()->processIntf(intfId_);
    }
 }
 
@@ -68,12 +76,12 @@ void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
          handleTimestampLocation();
          break;
       case Ptp::HwConfig::F::intfConfig: {
+         // By presence: the entry as it is now, whatever the change said.
          const auto intfId = c.keyAs<Wyx::IntfId>();
-         if (c.added()) {
-            ptpHwIntfConfig_.insert(intfId, Kiv::make<NestedSm_PtpHwIntfConfig>(
-                                                intfId, this, static_cast<const Ptp::HwIntfConfig*>(c.newValue)));
+         if (ptpHwConfig_->intfConfig(intfId)) {
+            ptpHwIntfConfigIs(intfId);
          } else {
-            ptpHwIntfConfig_.del(intfId);
+            ptpHwIntfConfigDel(intfId);
          }
          break;
       }
@@ -97,6 +105,24 @@ void HwConfigAdapterSm::on_vcsd(const Kiv::Change& c) {
       default:
          break;
    }
+}
+
+const HwConfigAdapterSm::NestedSm_PtpHwIntfConfig* HwConfigAdapterSm::ptpHwIntfConfig(Wyx::IntfId intfId) const {
+   return ptpHwIntfConfig_.find(intfId);
+}
+
+Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> HwConfigAdapterSm::ptpHwIntfConfigIs(Wyx::IntfId intfId) {
+   const Ptp::HwIntfConfig* config = ptpHwConfig_->intfConfig(intfId);
+   Kiv::kassert(config, "ptpHwIntfConfigIs: no input configuration for {}", intfId);
+   if (NestedSm_PtpHwIntfConfig* sm = ptpHwIntfConfig_.find(intfId)) {
+      if (sm->notifier() == config) return sm;
+      ptpHwIntfConfigDel(intfId);
+   }
+   return ptpHwIntfConfig_.insert(intfId, Kiv::make<NestedSm_PtpHwIntfConfig>(intfId, this, config));
+}
+
+Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> HwConfigAdapterSm::ptpHwIntfConfigDel(Wyx::IntfId intfId) {
+   return ptpHwIntfConfig_.del(intfId);
 }
 
 void HwConfigAdapterSm::handleForwardPtpV1() {

@@ -14,6 +14,7 @@ namespace VyrPtp {
 
 class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
   public:
+   class NestedSm_PtpHwIntfConfig;
    struct F {
       enum : Kiv::FieldId { ptpHwIntfConfig };
    };
@@ -24,8 +25,13 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    const Ptp::HwConfig* ptpHwConfig() const { return ptpHwConfig_.get(); }
    const Vyr::VyrCommonSmData* vcsd() const { return vcsd_.get(); }
    Ptp::HwConfig* outputPtpHwConfig() const { return outputPtpHwConfig_.get(); }
-   // Number of nested machines, one per input interface configuration.
+   // The nested machines, one per input interface configuration.
    std::size_t ptpHwIntfConfigCount() const { return ptpHwIntfConfig_.size(); }
+   const NestedSm_PtpHwIntfConfig* ptpHwIntfConfig(Wyx::IntfId intfId) const;
+   // Makes the machine of the input entry of `intfId`, which must exist, or
+   // returns the one watching it; one watching an earlier entry is replaced.
+   Pondo::Ptr<NestedSm_PtpHwIntfConfig> ptpHwIntfConfigIs(Wyx::IntfId intfId);
+   Pondo::Ptr<NestedSm_PtpHwIntfConfig> ptpHwIntfConfigDel(Wyx::IntfId intfId);
 
    void handleForwardPtpV1();
    void handleForwardUnicastApplicable();
@@ -46,8 +52,6 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    void updateIntf(const Ptp::HwIntfConfig& config, Wyx::IntfId intfId);
    void deleteIntf(Wyx::IntfId intfId);
 
-   class NestedSm_PtpHwIntfConfig;
-
   private:
    void on_ptpHwConfig(const Kiv::Change& c);
    void on_vcsd(const Kiv::Change& c);
@@ -65,19 +69,21 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
 // Watches one interface configuration of the input. Its construction, its
 // destruction and every change of a copied field re-derive the output: the
 // port's own entry, or every member's entry when the interface is a LAG.
-class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::Reactor {
+class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::NestedSm<HwConfigAdapterSm, const Ptp::HwIntfConfig> {
   public:
    NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter, Pondo::Ptr<const Ptp::HwIntfConfig> config);
 
+   Wyx::IntfId intfId() const { return intfId_; }
+   void handleEnabled();
+   void handleDisableManagementMessageForwarding();
+
   private:
-   void on_ptpHwIntfConfig(const Kiv::Change& c);
+   void onAttribute(const Kiv::Change& c) override;
    void onConstruct() override;
    void onDestruct() override;
    void processChanges();
 
-   HwConfigAdapterSm* adapter_;
    Wyx::IntfId intfId_;
-   Kiv::Input<const Ptp::HwIntfConfig> config_;
 };
 
 VYRPTP_EXPORT Pondo::Ptr<HwConfigAdapterSm> hwConfigAdapterSmFactory(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
