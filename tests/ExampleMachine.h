@@ -123,17 +123,19 @@ class SpeedCapSm : public Kiv::Reactor {
 
 class PortWatchSm;
 
-// Watches one port for its PortWatchSm and forwards the port's speed.
+// Watches one port for its PortWatchSm and forwards the port's speed: the
+// speed it finds when it is bound to a port, and every new speed.
 class NestedSm_Port : public Kiv::NestedSm<PortWatchSm, const Port> {
   public:
    using NestedSm::NestedSm;
 
   private:
    void onAttribute(const Kiv::Change& c) override;
+   void onBinding(bool initial) override;
 };
 
-// Keeps one nested machine per port of the chassis and logs every speed that
-// they forward.
+// Keeps one nested machine per port of the chassis, by presence, and logs
+// every speed that they forward.
 class PortWatchSm : public Kiv::Reactor {
   public:
    struct F {
@@ -154,13 +156,8 @@ class PortWatchSm : public Kiv::Reactor {
    void on_chassis(const Kiv::Change& c) {
       if (c.source != chassis_.get() || c.field != Chassis::F::port) return;
       const auto k = c.keyAs<Wyx::IntfId>();
-      if (c.added()) {
-         Pondo::Ptr<const Port> port = chassis_->port(k);
-         portSm_.insert(k, Kiv::make<NestedSm_Port>(port, this));
-         handleSpeed(k, port->speed());
-      } else {
-         portSm_.del(k);
-      }
+      const Port* port = chassis_ ? chassis_->port(k) : nullptr;  // none once the input is cleared
+      Kiv::shadow(portSm_, k, port, [&] { return Kiv::make<NestedSm_Port>(port, this); });
    }
 
    Kiv::Input<const Chassis> chassis_;
@@ -170,5 +167,7 @@ class PortWatchSm : public Kiv::Reactor {
 inline void NestedSm_Port::onAttribute(const Kiv::Change& c) {
    if (c.field == Port::F::speed) ownerSm()->handleSpeed(notifier()->intf(), c.newAs<int>());
 }
+
+inline void NestedSm_Port::onBinding(bool) { ownerSm()->handleSpeed(notifier()->intf(), notifier()->speed()); }
 
 }  // namespace Example

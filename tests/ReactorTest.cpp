@@ -202,6 +202,42 @@ TEST(Reactor, NestedMachinesWatchTheirMembersForTheOwner) {
    EXPECT_EQ(watcher->portSm(IntfId("Et2")), nullptr);
 }
 
+TEST(Reactor, ANestedMachineHearsOfEachBinding) {
+   auto chassis = chassisWith({"Et1", "Et2"});
+   chassis->port(IntfId("Et2"))->speedIs(40);
+   auto watcher = Kiv::make<PortWatchSm>(chassis);
+   EXPECT_EQ(watcher->log, (Strings{"speed Et1 0", "speed Et2 40"}));
+   watcher->log.clear();
+   watcher->portSm(IntfId("Et1"))->notifierIs(chassis->port(IntfId("Et2")));
+   EXPECT_EQ(watcher->log, (Strings{"speed Et2 40"}));
+}
+
+// After each step a key has a machine exactly when the chassis has the port,
+// and that machine watches the port there now.
+TEST(Reactor, ShadowKeepsOneNestedMachinePerPresentMember) {
+   auto chassis = chassisWith({"Et1"});
+   auto watcher = Kiv::make<PortWatchSm>(chassis);
+   Kiv::Collection<IntfId, NestedSm_Port> nested{watcher.get(), 0, "nested"};
+   const IntfId et1("Et1");
+   auto make = [&] { return Kiv::make<NestedSm_Port>(chassis->port(et1), watcher.get()); };
+
+   Kiv::shadow(nested, et1, static_cast<const Port*>(chassis->port(et1)), make);
+   const NestedSm_Port* first = nested.find(et1);
+   ASSERT_NE(first, nullptr);
+   Kiv::shadow(nested, et1, static_cast<const Port*>(chassis->port(et1)), make);  // present and watched: kept
+   EXPECT_EQ(nested.find(et1), first);
+
+   chassis->portDel(et1);
+   chassis->portIs(et1);  // another port of the same key
+   Kiv::shadow(nested, et1, static_cast<const Port*>(chassis->port(et1)), make);
+   ASSERT_NE(nested.find(et1), nullptr);
+   EXPECT_EQ(nested.find(et1)->notifier(), chassis->port(et1));
+   EXPECT_EQ(nested.size(), 1u);
+
+   Kiv::shadow(nested, et1, static_cast<const Port*>(nullptr), make);
+   EXPECT_TRUE(nested.empty());
+}
+
 // Keeps at most two ports in the chassis it watches, deleting the lowest key
 // from inside the handler that hears of a third.
 class TrimSm : public Kiv::Reactor {

@@ -71,26 +71,23 @@ EgressTimestampIntfSm::EgressTimestampIntfSm(Pondo::Ptr<const Interface::AllEthP
 
 EgressTimestampIntfSm::~EgressTimestampIntfSm() = default;
 
-template <class Sm, class K>
-void EgressTimestampIntfSm::nestedIs(Kiv::Collection<K, Sm>& nested, const Kiv::Change& c) {
-   const K& key = c.keyAs<K>();
-   if (c.added()) {
-      nested.insert(key, Kiv::make<Sm>(key, this, &c.newAs<typename Sm::Watched>()));
-   } else if (c.removed()) {
-      nested.del(key);
-   }
+template <class Sm, class K, class E>
+void EgressTimestampIntfSm::nestedIs(Kiv::Collection<K, Sm>& nested, const K& key, const E* member) {
+   Kiv::shadow(nested, key, member, [&] { return Kiv::make<Sm>(key, this, member); });
 }
 
 void EgressTimestampIntfSm::on_ethPhyIntfStatus(const Kiv::Change& c) {
    if (c.source == ethPhyIntfStatus_.get() && c.field == Interface::AllEthPhyIntfStatusDir::F::intfStatus) {
-      nestedIs(intfStatus_, c);
+      const auto& key = c.keyAs<Wyx::IntfId>();
+      nestedIs(intfStatus_, key, ethPhyIntfStatus_->intfStatus(key));
    }
 }
 
 // Changes of a LAG's member set run nothing by themselves.
 void EgressTimestampIntfSm::on_lagStatus(const Kiv::Change& c) {
    if (c.source == lagStatus_.get() && c.field == Hardware::Lag::Status::F::programmedMember) {
-      nestedIs(programmedMember_, c);
+      const auto& key = c.keyAs<Wyx::IntfId>();
+      nestedIs(programmedMember_, key, lagStatus_->programmedMember(key));
    }
 }
 
@@ -99,13 +96,14 @@ void EgressTimestampIntfSm::on_ptpHwConfig(const Kiv::Change& c) {
    if (c.field == Ptp::HwConfig::F::ptpMode) {
       handlePtpMode();
    } else if (c.field == Ptp::HwConfig::F::intfConfig) {
-      nestedIs(intfConfig_, c);
+      const auto& key = c.keyAs<Wyx::IntfId>();
+      nestedIs(intfConfig_, key, ptpHwConfig_->intfConfig(key));
    }
 }
 
 void EgressTimestampIntfSm::on_ptpStatus(const Kiv::Change& c) {
    if (c.source != ptpStatus_.get() || c.field != Ptp::Status::F::portDS) return;
-   nestedIs(portDS_, c);
+   nestedIs(portDS_, c.keyAs<PortDSKey>(), ptpStatus_->portDS(c.keyAs<PortDSKey>()));
    if (initialized()) handlePortDS(c.keyAs<PortDSKey>());
 }
 

@@ -158,9 +158,9 @@ class VYRPTP_EXPORT EgressTimestampIntfSm : public Kiv::Reactor {
    void on_ptpHwConfig(const Kiv::Change& c);
    void on_ptpStatus(const Kiv::Change& c);
    void onConstruct() override;
-   // Creates or removes the nested reactor of a collection member that appeared or went.
-   template <class Sm, class K>
-   void nestedIs(Kiv::Collection<K, Sm>& nested, const Kiv::Change& c);
+   // Creates or removes the nested reactor of key `key`, whose member is now `member` (or none).
+   template <class Sm, class K, class E>
+   void nestedIs(Kiv::Collection<K, Sm>& nested, const K& key, const E* member);
 
    Kiv::Input<const Interface::AllEthPhyIntfStatusDir> ethPhyIntfStatus_;
    Kiv::Input<const Hardware::Lag::Status> lagStatus_;
@@ -185,29 +185,26 @@ class VYRPTP_EXPORT EgressTimestampIntfSm : public Kiv::Reactor {
 // Bindings made while the owner is still being created run nothing: the
 // owner's handleCreated then evaluates everything once.
 template <class E, Kiv::FieldId watched, bool runOnBinding>
-class EgressTimestampIntfSm::MemberSm : public Kiv::Reactor {
+class EgressTimestampIntfSm::MemberSm : public Kiv::NestedSm<EgressTimestampIntfSm, const E> {
+   using Base = Kiv::NestedSm<EgressTimestampIntfSm, const E>;
+
   public:
-   using Watched = E;
+   // The owner is checked before the entity.
    MemberSm(EgressTimestampIntfSm* sm, Pondo::Ptr<const E> entity)
-       : Reactor(Kiv::nonNull(sm, "egressTimestampIntfSm")),
-         sm_(sm),
-         entity_(this, Kiv::nonNull(entity, "entity"), &MemberSm::onChange, &MemberSm::onBinding) {}
+       : Base((Kiv::nonNull(sm, "egressTimestampIntfSm"), Kiv::nonNull(entity, "entity")), sm) {}
 
   protected:
    virtual void handle() = 0;
-   EgressTimestampIntfSm* sm() const { return sm_; }
-   const E& entity() const { return *entity_; }
+   EgressTimestampIntfSm* sm() const { return this->ownerSm(); }
+   const E& entity() const { return *this->notifier(); }
 
   private:
-   void onChange(const Kiv::Change& c) {
+   void onAttribute(const Kiv::Change& c) override {
       if (c.field == watched) handle();
    }
-   void onBinding(const E*, bool) {
-      if (runOnBinding && sm_->initialized()) handle();
+   void onBinding(bool) override {
+      if (runOnBinding && sm()->initialized()) handle();
    }
-
-   EgressTimestampIntfSm* sm_;
-   Kiv::Input<const E> entity_;
 };
 
 class EgressTimestampIntfSm::IntfConfigSm final

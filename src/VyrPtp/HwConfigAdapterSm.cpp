@@ -114,11 +114,9 @@ const HwConfigAdapterSm::NestedSm_PtpHwIntfConfig* HwConfigAdapterSm::ptpHwIntfC
 Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> HwConfigAdapterSm::ptpHwIntfConfigIs(Wyx::IntfId intfId) {
    const Ptp::HwIntfConfig* config = ptpHwConfig_->intfConfig(intfId);
    Kiv::kassert(config, "ptpHwIntfConfigIs: no input configuration for {}", intfId);
-   if (NestedSm_PtpHwIntfConfig* sm = ptpHwIntfConfig_.find(intfId)) {
-      if (sm->notifier() == config) return sm;
-      ptpHwIntfConfigDel(intfId);
-   }
-   return ptpHwIntfConfig_.insert(intfId, Kiv::make<NestedSm_PtpHwIntfConfig>(intfId, this, config));
+   Kiv::shadow(ptpHwIntfConfig_, intfId, config,
+               [&] { return Kiv::make<NestedSm_PtpHwIntfConfig>(intfId, this, config); });
+   return ptpHwIntfConfig_.find(intfId);
 }
 
 Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> HwConfigAdapterSm::ptpHwIntfConfigDel(Wyx::IntfId intfId) {

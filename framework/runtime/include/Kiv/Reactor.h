@@ -214,7 +214,9 @@ template <class Owner, class T>
 class NestedSm : public Reactor {
   public:
    NestedSm(Pondo::Ptr<T> notifier, Owner* owner)
-       : Reactor(owner), ownerSm_(owner), notifier_(this, std::move(notifier), &NestedSm::onNotifier) {}
+       : Reactor(owner),
+         ownerSm_(owner),
+         notifier_(this, std::move(notifier), &NestedSm::onNotifier, &NestedSm::onNotifierBound) {}
 
    // The owning machine (not counted).
    Owner* ownerSm() const { return ownerSm_; }
@@ -226,12 +228,31 @@ class NestedSm : public Reactor {
    // One change of the notifier: `c.field` names the attribute, `c.newValue`
    // points at its value.
    virtual void onAttribute(const Change& c) = 0;
+   // The notifier has been bound: at the start, or by notifierIs.
+   virtual void onBinding(bool /*initial*/) {}
 
   private:
    void onNotifier(const Change& c) { onAttribute(c); }
+   void onNotifierBound(T*, bool initial) { onBinding(initial); }
 
    Owner* ownerSm_;
    Input<T> notifier_;
 };
+
+// Keeps `nested`, the nested machines that shadow a watched collection, right
+// by presence: afterwards `key` has a machine exactly when `member` (the
+// watched collection's member of that key as it is now, or null) exists, and
+// that machine watches `member`. A machine watching an earlier member of the
+// key is replaced; `make()` makes the machine of `member`. Acting on what is
+// present rather than on what a change said keeps one machine per member
+// whatever order the changes arrive in.
+template <class K, class Sm, class T, class Make>
+void shadow(Collection<K, Sm>& nested, const K& key, const T* member, Make make) {
+   if (const Sm* sm = nested.find(key)) {
+      if (sm->notifier() == member) return;
+      nested.del(key);
+   }
+   if (member) nested.insert(key, make());
+}
 
 }  // namespace Kiv
