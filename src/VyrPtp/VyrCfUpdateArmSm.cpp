@@ -33,20 +33,18 @@ bool enablesAny(const PlatformCfUpdateIntfInfo& info) {
 
 NestedSm_IntfInfo::NestedSm_IntfInfo(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo,
                                      VyrCfUpdateLogicalFapArmSm* owner)
-    : Kiv::Reactor(owner),
-      intfInfo_(this, Kiv::nonNull(intfInfo, "intfInfo"), &NestedSm_IntfInfo::on_intfInfo,
-                &NestedSm_IntfInfo::onBound) {}
+    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), owner) {}
 
-void NestedSm_IntfInfo::on_intfInfo(const Kiv::Change& c) {
+void NestedSm_IntfInfo::onAttribute(const Kiv::Change& c) {
    if (c.field == PlatformCfUpdateIntfInfo::F::generation) program();
 }
 
-void NestedSm_IntfInfo::onBound(const PlatformCfUpdateIntfInfo*, bool) {
-   if (intfInfo_) program();
+void NestedSm_IntfInfo::onBinding(bool) {
+   if (intfInfo()) program();
 }
 
 void NestedSm_IntfInfo::program() const {
-   if (auto* owner = static_cast<VyrCfUpdateLogicalFapArmSm*>(parent())) owner->programIntf(intfInfo_->intfId());
+   if (VyrCfUpdateLogicalFapArmSm* owner = ownerSm()) owner->programIntf(intfInfo()->intfId());
 }
 
 // --- VyrCfUpdateLogicalFapArmSm --------------------------------------------------------------

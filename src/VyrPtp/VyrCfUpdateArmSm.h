@@ -21,19 +21,17 @@ class VyrCfUpdateLogicalFapArmSm;
 
 // Watches one interface's record on behalf of its chip's machine: binding to
 // a record and every change of its generation program the interface.
-class VYRPTP_EXPORT NestedSm_IntfInfo final : public Kiv::Reactor {
+class VYRPTP_EXPORT NestedSm_IntfInfo final
+    : public Kiv::NestedSm<VyrCfUpdateLogicalFapArmSm, const PlatformCfUpdateIntfInfo> {
   public:
    NestedSm_IntfInfo(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo, VyrCfUpdateLogicalFapArmSm* owner);
 
-   const PlatformCfUpdateIntfInfo* intfInfo() const { return intfInfo_.get(); }
-   void notifierIs(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo) { intfInfo_ = std::move(intfInfo); }
+   const PlatformCfUpdateIntfInfo* intfInfo() const { return notifier(); }
 
   private:
-   void on_intfInfo(const Kiv::Change& c);
-   void onBound(const PlatformCfUpdateIntfInfo* previous, bool initial);
+   void onAttribute(const Kiv::Change& c) override;
+   void onBinding(bool initial) override;
    void program() const;
-
-   Kiv::Input<const PlatformCfUpdateIntfInfo> intfInfo_;
 };
 
 class VYRPTP_EXPORT VyrCfUpdateLogicalFapArmSm final : public Kiv::Reactor {

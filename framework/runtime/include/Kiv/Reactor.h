@@ -214,12 +214,10 @@ template <class Owner, class T>
 class NestedSm : public Reactor {
   public:
    NestedSm(Pondo::Ptr<T> notifier, Owner* owner)
-       : Reactor(owner),
-         ownerSm_(owner),
-         notifier_(this, std::move(notifier), &NestedSm::onNotifier, &NestedSm::onNotifierBound) {}
+       : Reactor(owner), notifier_(this, std::move(notifier), &NestedSm::onNotifier, &NestedSm::onNotifierBound) {}
 
-   // The owning machine (not counted).
-   Owner* ownerSm() const { return ownerSm_; }
+   // The owning machine (not counted); null once it has gone.
+   Owner* ownerSm() const { return static_cast<Owner*>(parent()); }
    T* notifier() const { return notifier_.get(); }
    // Attaches the machine to another entity, like replacing any input.
    void notifierIs(Pondo::Ptr<T> n) { notifier_ = std::move(n); }
@@ -235,7 +233,6 @@ class NestedSm : public Reactor {
    void onNotifier(const Change& c) { onAttribute(c); }
    void onNotifierBound(T*, bool initial) { onBinding(initial); }
 
-   Owner* ownerSm_;
    Input<T> notifier_;
 };
 
