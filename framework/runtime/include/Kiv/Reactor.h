@@ -1,7 +1,7 @@
 // State machines (reactors) and their inputs.
 //
 // A reactor declares one Kiv::Input per watched entity, in the order its
-// description gives them, each with its handler family:
+// description gives them, each with its handler:
 //
 //   class PipelineInfoSm : public Kiv::Reactor {
 //      Kiv::Input<const PtpActions> ptpActions_{this, std::move(actions), &PipelineInfoSm::on_ptpActions};
@@ -10,58 +10,38 @@
 //      }
 //   };
 //
-// - child: the handler receives every change of the input's attributes, every
-//   addition, change and removal of a member of its collections, and every
-//   change inside those members (recursive publication; `c.source` tells whose
-//   attribute it is);
-// - self-publisher: assigning a new entity to the input unsubscribes from the
-//   old one and subscribes to the new one;
-// - self: after binding, every member of the new entity's collections is
-//   delivered to the handler as added and every member of the old entity that
-//   the new one lacks as removed, all with the new entity as `c.source` (null
-//   when the input was cleared), so `c.source == input.get()` tells the
-//   input's own changes from those inside its members in every case; then the
-//   optional self handler runs with the previous entity and whether this is
-//   the initial binding.
+// The handler hears every change of the input's attributes, of the members of
+// its collections and inside those members (`c.source` tells whose attribute
+// it is). Kiv::make<Sm>(...) builds the machine, binds its inputs in
+// declaration order, calls handleInitialized() once every required input is
+// present (now, or when an assignment completes them), runs onConstruct() and
+// switches notifications on. Nested machines that shadow a collection:
+// Kiv::NestedSm and Kiv::shadow, below.
 //
-// Kiv::make<Sm>(...) constructs the machine, binds its inputs in declaration
-// order (the initial pass), calls handleInitialized() once every required
-// input is present (now or when a later assignment completes them), runs
-// onConstruct(), and switches notifications on.
-//
-// Teardown, when the last reference goes: onDestruct(), notifications off,
-// the zombie-reactor pass (nested machines are detached from their inputs),
-// every input unsubscribes, then the object is deleted, which deletes owned
-// collections and outputs before the references to the inputs (declare inputs
-// first).
-//
-// Delivery model:
-// - Synchronous: a setter called outside any handler returns once every
-//   reaction to it, and every reaction to those, has run.
-// - Ordered: every receiver hears the changes of one entity (its own and those
-//   inside its members) in the order they were made. A change made while the
-//   entity's previous one is being delivered waits until that delivery is over.
-// - Not re-entrant: a change that reaches a machine while one of its handlers
-//   runs (a handler, a self handler, a hook, the whole initial pass) waits and
-//   is delivered right after the outermost one returns, if the machine still
-//   watches the entity and its notifications are on. A machine thus hears its
-//   own writes into its inputs as later changes (tests/ExampleMachine.h,
-//   SpeedCapSm). Replacing an input inside a handler replays at once.
-// - Owned copies: a waiting change keeps copies of its key and values and a
-//   use of its source and of a removed member, so every receiver gets exactly
-//   what was published; a removed nested machine is torn down once the last
-//   receiver has heard of its removal.
-// - Replay walks copies of the keys and looks each member up again: the
-//   handler may remove the member it is told about (later ones that are gone
-//   are skipped) or add members (they arrive as changes after the pass).
-// - Teardown: a machine released while one of its handlers runs is torn down
-//   when that handler returns. onDestruct() runs with notifications still on
-//   and its writes are delivered synchronously, so a watcher hears an entity
-//   emptied there before its owner drops it.
-//
-// An exception that escapes a handler, a self handler, handleInitialized(),
-// onConstruct() or onDestruct() stops the process with a message naming the
-// machine and the exception.
+// The contract:
+// - Order: delivery is synchronous (a setter returns once every reaction to
+//   it, and to those, has run), and every receiver hears the changes of one
+//   entity, its own and those inside its members, in the order they were made.
+// - Re-entrancy: a machine's handlers (handlers, self handlers, hooks, the
+//   initial pass) never run inside one another. A change reaching it while one
+//   runs waits, as a copy of its key and values holding a use of its source,
+//   and is delivered when the outermost returns, if the machine still watches
+//   the entity with notifications on; so a machine hears its own writes into
+//   its inputs as later changes (tests/ExampleMachine.h, SpeedCapSm).
+// - Replay: binding an entity to an input (at the start, or by assignment,
+//   which replays at once even inside a handler) delivers each member of its
+//   collections as added and each member of the previous entity it lacks as
+//   removed, with the new entity (or null) as `c.source`, then runs the
+//   optional self handler. It walks copies of the keys: the handler may
+//   remove members (those gone are skipped) or add them (they arrive as
+//   changes after the pass).
+// - Teardown, when the last use goes (after the running handler, if one
+//   runs): onDestruct() with notifications still on and its writes delivered
+//   at once, notifications off, nested machines detached, inputs unsubscribed,
+//   then deletion of owned collections and outputs before the inputs (declare
+//   inputs first). A removed nested machine goes once the last receiver has
+//   heard of its removal.
+// An exception escaping any of these stops the process, naming the machine.
 #pragma once
 
 #include <vector>
