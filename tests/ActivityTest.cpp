@@ -2,10 +2,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -113,6 +116,36 @@ TEST_F(Activity, CallbacksMaySetMoveAndCancelWakeUps) {
    moved->timeMinIs(110);
    loop.runFor(20);
    EXPECT_EQ(log, (Strings{"tick at 101", "moved at 101.5", "tick at 102", "tick at 103"}));
+}
+
+// Many wake-ups set, moved and cancelled in random order fire by deadline and,
+// at equal deadlines, in the order they were last set. Fixed seed, printed.
+TEST_F(Activity, ManyWakeUpsFireByDeadlineThenBySettingOrder) {
+   const unsigned seed = 1124;
+   std::printf("seed %u\n", seed);
+   std::mt19937 random(seed);
+   constexpr int kTimers = 300;
+   std::vector<int> fired;
+   std::vector<std::unique_ptr<ClockTimer>> timers;
+   for (int i = 0; i < kTimers; ++i) {
+      timers.push_back(std::make_unique<ClockTimer>(loop.clock(), [&fired, i] { fired.push_back(i); }));
+   }
+   std::vector<std::pair<double, long>> expected(kTimers, {Kiv::kNever, 0});  // deadline, setting order
+   long order = 0;
+   for (int step = 0; step < 3000; ++step) {
+      const int i = int(random() % kTimers);
+      const double at = random() % 3 == 0 ? Kiv::kNever : 100 + double(random() % 50);  // many ties
+      timers[std::size_t(i)]->timeMinIs(at);
+      expected[std::size_t(i)] = {at, order++};
+   }
+   std::vector<int> want;
+   for (int i = 0; i < kTimers; ++i) {
+      if (expected[std::size_t(i)].first != Kiv::kNever) want.push_back(i);
+   }
+   std::sort(want.begin(), want.end(),
+             [&](int a, int b) { return expected[std::size_t(a)] < expected[std::size_t(b)]; });
+   loop.runFor(100);
+   EXPECT_EQ(fired, want);
 }
 
 // A loop of one's own: its timers wait on it, whatever the global loop does.

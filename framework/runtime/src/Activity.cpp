@@ -44,15 +44,41 @@ Seconds ActivityManager::currentTimeUtc() const { return virtual_ ? virtualNow_ 
 void ActivityManager::post(std::function<void()> work) { work_.push_back(std::move(work)); }
 
 void ActivityManager::schedule(Seconds when, ClockTimer* t) {
-   if (t->node_.empty()) {
-      t->entry_ = timers_.emplace(when, sequence_++, t).first;
-      return;
-   }
-   t->node_.value() = Entry(when, sequence_++, t);
-   t->entry_ = timers_.insert(std::move(t->node_)).position;
+   timers_.emplace_back();
+   siftUp(timers_.size() - 1, {when, sequence_++, t});
 }
 
-void ActivityManager::cancel(ClockTimer* t) { t->node_ = timers_.extract(t->entry_); }
+// The last entry fills the hole the timer leaves.
+void ActivityManager::cancel(ClockTimer* t) {
+   const std::size_t i = t->slot_;
+   const Entry last = timers_.back();
+   timers_.pop_back();
+   if (i == timers_.size()) return;
+   if (i > 0 && last.before(timers_[(i - 1) / 2])) {
+      siftUp(i, last);
+   } else {
+      siftDown(i, last);
+   }
+}
+
+void ActivityManager::siftUp(std::size_t i, const Entry& e) {
+   for (std::size_t parent; i > 0 && e.before(timers_[parent = (i - 1) / 2]); i = parent) put(i, timers_[parent]);
+   put(i, e);
+}
+
+void ActivityManager::siftDown(std::size_t i, const Entry& e) {
+   for (std::size_t child; (child = 2 * i + 1) < timers_.size(); i = child) {
+      if (child + 1 < timers_.size() && timers_[child + 1].before(timers_[child])) ++child;
+      if (!timers_[child].before(e)) break;
+      put(i, timers_[child]);
+   }
+   put(i, e);
+}
+
+void ActivityManager::put(std::size_t i, const Entry& e) {
+   timers_[i] = e;
+   e.timer->slot_ = i;
+}
 
 void ActivityManager::runUntil(Seconds until) {
    stopped_ = false;
@@ -67,11 +93,11 @@ void ActivityManager::runUntil(Seconds until) {
          work();
          continue;
       }
-      if (timers_.empty() || std::get<0>(*timers_.begin()) > until) {
+      if (timers_.empty() || timers_.front().when > until) {
          if (!virtual_ && until != kNever) sleepUntil(until);  // nothing can happen before
          break;
       }
-      auto [when, seq, timer] = *timers_.begin();
+      const auto [when, sequence, timer] = timers_.front();
       if (virtual_) {
          if (when > virtualNow_) virtualNow_ = when;
       } else if (when > steadySeconds()) {

@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <set>
-#include <tuple>
 #include <vector>
 
 #include "Kiv/Entity.h"
@@ -65,15 +63,27 @@ class ActivityManager {
 
   private:
    friend class ClockTimer;
-   using Entry = std::tuple<Seconds, std::uint64_t, ClockTimer*>;
+   // A pending wake-up; ties in time go in the order they were set.
+   struct Entry {
+      Seconds when;
+      std::uint64_t sequence;
+      ClockTimer* timer;
+      bool before(const Entry& o) const { return when < o.when || (when == o.when && sequence < o.sequence); }
+   };
    void schedule(Seconds when, ClockTimer* t);
    void cancel(ClockTimer* t);
+   // Moves `e` from the hole at `i` towards the top, or towards the leaves, to its place.
+   void siftUp(std::size_t i, const Entry& e);
+   void siftDown(std::size_t i, const Entry& e);
+   void put(std::size_t i, const Entry& e);
 
    Pondo::Ptr<Clock> clock_;
    bool virtual_ = false;
    Seconds virtualNow_ = 0;
    Seconds utcOffset_ = 0;
-   std::set<Entry> timers_;
+   // A binary heap, the next wake-up on top; each timer knows its slot. Its
+   // storage is kept, so re-arming allocates nothing in steady operation.
+   std::vector<Entry> timers_;
    // Work not yet run is work_[workDone_, end); the storage is kept once all
    // has run, so posting allocates nothing in steady operation.
    std::vector<std::function<void()>> work_;
@@ -106,9 +116,7 @@ class ClockTimer {
    Pondo::Ptr<Clock> clock_;
    std::function<void()> onTime_;
    Seconds timeMin_ = kNever;
-   std::set<ActivityManager::Entry>::iterator entry_;
-   // The node of the last entry, reused by the next, so re-arming allocates nothing.
-   std::set<ActivityManager::Entry>::node_type node_;
+   std::size_t slot_ = 0;  // in the loop's heap, while scheduled
    bool scheduled_ = false;
 };
 
