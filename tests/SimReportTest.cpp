@@ -245,6 +245,32 @@ TEST(SimReportTest, HtmlReportOfA32By36ChassisOpensInChromium) {
 
 // Every egress timestamp that the default scenario's collectors widen from a
 // sound time source carries its exact latch time.
+// Found by ScenarioFuzz: a chip without interfaces had a null interface table,
+// and the HTML report stopped on it.
+TEST(SimReportTest, AChipWithoutInterfacesIsReported) {
+   const std::string scenario = R"(duration: 1
+chips:
+  - logicalFap: 0
+  - logicalFap: 1
+    interfaces: [Ethernet2/1]
+programmers:
+  - {name: PKT_TRAP, interfaces: all, pipeline: true}
+asicTime: {egressPeriod: 0.25}
+egressCollection:
+  traffic: {Ethernet2/1: 16}
+)";
+   TempDir dir;
+   const SimRun r = SimRun::of(scenario, "--report " + dir.path("run.html"), true);
+   ASSERT_EQ(r.status, 0) << r.err;
+   for (const char* module : {"readiness", "egress-collection"}) {
+      const Sim::Json* chip = r.report.find("modules")->find(module)->find("chips")->find("0");
+      ASSERT_NE(chip, nullptr) << module;
+      EXPECT_TRUE(chip->find("interfaces")->isObject()) << module;
+      EXPECT_TRUE(chip->find("interfaces")->members().empty()) << module;
+   }
+   EXPECT_NE(dir.read("run.html").find("Readiness over time"), std::string::npos);
+}
+
 TEST(SimReportTest, DefaultScenarioWidensNothingWrongly) {
    const SimRun r = SimRun::of(Sim::kDefaultScenario, "", true);
    ASSERT_EQ(r.status, 0) << r.err;

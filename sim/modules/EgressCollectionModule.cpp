@@ -349,6 +349,7 @@ class EgressCollectionModule final : public Module {
          chip["fifoDepth"] = c.device->fifoDepth();
          chip["timeSource"] = c.asicTimeFile ? "asicTimeFile" : "fpga";
          Counts total;
+         chip["interfaces"] = Json::object();  // also for a chip without polled interfaces
          for (const auto& [slot, f] : c.bySlot) {
             const Counts n(*f);
             chip["interfaces"][f->intf.name()] = flowData(*f, n);

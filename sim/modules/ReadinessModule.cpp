@@ -295,7 +295,7 @@ class ReadinessModule final : public Module {
       for (const Chip& c : w.chips) {
          // Members are added before references into the chip are taken: adding one moves the others.
          Json& chip = out["chips"][std::to_string(c.logicalFap)];
-         Json& intfs = chip["interfaces"];
+         Json& intfs = chip["interfaces"] = Json::object();  // also for a chip without interfaces
          std::size_t chipReady = 0;
          for (IntfId i : c.interfaces) {
             Json& intf = intfs[i.name()];
