@@ -30,20 +30,11 @@ std::string esc(const std::string& s) {
    std::string out;
    for (char c : s) {
       switch (c) {
-         case '<':
-            out += "&lt;";
-            break;
-         case '>':
-            out += "&gt;";
-            break;
-         case '&':
-            out += "&amp;";
-            break;
-         case '"':
-            out += "&quot;";
-            break;
-         default:
-            out += c;
+         case '<': out += "&lt;"; break;
+         case '>': out += "&gt;"; break;
+         case '&': out += "&amp;"; break;
+         case '"': out += "&quot;"; break;
+         default: out += c;
       }
    }
    return out;

@@ -41,21 +41,11 @@ void writeString(std::string& out, const std::string& s) {
    out += '"';
    for (unsigned char c : s) {
       switch (c) {
-         case '"':
-            out += "\\\"";
-            break;
-         case '\\':
-            out += "\\\\";
-            break;
-         case '\n':
-            out += "\\n";
-            break;
-         case '\r':
-            out += "\\r";
-            break;
-         case '\t':
-            out += "\\t";
-            break;
+         case '"': out += "\\\""; break;
+         case '\\': out += "\\\\"; break;
+         case '\n': out += "\\n"; break;
+         case '\r': out += "\\r"; break;
+         case '\t': out += "\\t"; break;
          default:
             if (c < 0x20) {
                fmt::format_to(std::back_inserter(out), "\\u{:04x}", c);

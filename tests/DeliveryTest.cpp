@@ -25,14 +25,10 @@ const IntfId et1{"Et1"}, et2{"Et2"}, et3{"Et3"};
 
 std::string kindName(Change::Kind k) {
    switch (k) {
-      case Change::Kind::attribute:
-         return "attribute";
-      case Change::Kind::added:
-         return "added";
-      case Change::Kind::changed:
-         return "changed";
-      case Change::Kind::removed:
-         return "removed";
+      case Change::Kind::attribute: return "attribute";
+      case Change::Kind::added: return "added";
+      case Change::Kind::changed: return "changed";
+      case Change::Kind::removed: return "removed";
    }
    return "?";
 }
@@ -62,14 +58,10 @@ std::string portChange(const Change& c) {
 std::string speedChange(const Change& c) {
    const std::string key = c.keyAs<IntfId>().shortName();
    switch (c.kind) {
-      case Change::Kind::added:
-         return fmt::format("added {} {}", key, c.newAs<int>());
-      case Change::Kind::changed:
-         return fmt::format("changed {} {} -> {}", key, c.oldAs<int>(), c.newAs<int>());
-      case Change::Kind::removed:
-         return fmt::format("removed {} {}", key, c.oldAs<int>());
-      case Change::Kind::attribute:
-         break;
+      case Change::Kind::added: return fmt::format("added {} {}", key, c.newAs<int>());
+      case Change::Kind::changed: return fmt::format("changed {} {} -> {}", key, c.oldAs<int>(), c.newAs<int>());
+      case Change::Kind::removed: return fmt::format("removed {} {}", key, c.oldAs<int>());
+      case Change::Kind::attribute: break;
    }
    return "other";
 }

@@ -105,17 +105,13 @@ bool expectedTimestamping(int mode, int st) {
    static const std::set<int> boundary{1, 4, 5, 6, 7, 8, 9, 144}, slave{8, 9, 144};
    switch (mode) {
       case 1:
-      case 7:
-         return boundary.count(st);
-      case 2:
-         return slave.count(st);
+      case 7: return boundary.count(st);
+      case 2: return slave.count(st);
       case 3:
       case 5:
       case 6:
-      case 8:
-         return true;
-      default:
-         return false;
+      case 8: return true;
+      default: return false;
    }
 }
 bool expectedOneStep(int mode, int st) { return mode == 2 && st != 3 && st != 8 && st != 9 && st != 144; }
@@ -746,9 +742,7 @@ class EgressRandomTest : public EgressTest {
       create();
       for (int step = 0; step < steps; ++step) {
          switch (std::uniform_int_distribution<int>(0, 8)(rng)) {
-            case 0:
-               modeIs(std::uniform_int_distribution<int>(0, 9)(rng));
-               break;
+            case 0: modeIs(std::uniform_int_distribution<int>(0, 9)(rng)); break;
             case 1:
             case 2: {  // port state change, or a port data set appears or goes
                const PortDSKey& k = pick(keys);

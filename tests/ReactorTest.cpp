@@ -22,14 +22,10 @@ std::map<IntfId, int> contents(const Summary& s) {
 
 std::string kindName(const Kiv::Change& c) {
    switch (c.kind) {
-      case Kiv::Change::Kind::attribute:
-         return "attribute";
-      case Kiv::Change::Kind::added:
-         return "added";
-      case Kiv::Change::Kind::changed:
-         return "changed";
-      case Kiv::Change::Kind::removed:
-         return "removed";
+      case Kiv::Change::Kind::attribute: return "attribute";
+      case Kiv::Change::Kind::added: return "added";
+      case Kiv::Change::Kind::changed: return "changed";
+      case Kiv::Change::Kind::removed: return "removed";
    }
    return "?";
 }

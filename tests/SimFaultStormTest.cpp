@@ -57,51 +57,33 @@ std::string stormScenario(unsigned seed) {
             s += fmt::format("hpxFault: {{fault: stepBack, by: {:.3f}, for: {:.2f}}}\n", uniform(0.001, 6),
                              uniform(0.05, 1));
             break;
-         case 2:
-            s += fmt::format("hpxFault: {{fault: stall, for: {:.2f}}}\n", uniform(0.05, 1));
-            break;
+         case 2: s += fmt::format("hpxFault: {{fault: stall, for: {:.2f}}}\n", uniform(0.05, 1)); break;
          case 3:
             s += fmt::format("hpxFault: {{fault: text, text: {}, for: {:.2f}}}\n", pick({"12ab", "-5", "''"}),
                              uniform(0.05, 1));
             break;
-         case 4:
-            s += fmt::format("hpxFault: {{fault: gpio, value: {}}}\n", rng() % 8);
-            break;
+         case 4: s += fmt::format("hpxFault: {{fault: gpio, value: {}}}\n", rng() % 8); break;
          case 5: {
             std::set<std::string> members;
             for (int m = int(rng() % 3); m > 0; --m) members.insert(anyIntf());
             s += fmt::format("lag: {{name: Port-Channel1, members: [{}]}}\n", fmt::join(members, ", "));
             break;
          }
-         case 6:
-            s += fmt::format("ptpMode: {}\n", rng() % 4);
-            break;
+         case 6: s += fmt::format("ptpMode: {}\n", rng() % 4); break;
          case 7:
             s += fmt::format("portDS: {{intf: {}, state: {}}}\n", ports[rng() % ports.size()],
                              pick({"master", "slave", "passive", "listening", "disabled"}));
             break;
-         case 8:
-            s += fmt::format("timestampLocation: {}\n", pick({"externalPhy", "chip"}));
-            break;
-         case 9:
-            s += fmt::format("traffic: {{{}: {}}}\n", anyIntf(), pick({"0", "8", "64", "256"}));
-            break;
-         case 10:
-            s += fmt::format("operStatus: {{{}: {}}}\n", anyIntf(), pick({"up", "down"}));
-            break;
-         case 11:
-            s += fmt::format("timeSync: {{{}: {}}}\n", rng() % kChips, pick({"5", "5", "3", "none"}));
-            break;
-         case 12:
-            s += fmt::format("phyTimeSync: {{{}: {}}}\n", anyIntf(), pick({"true", "false"}));
-            break;
+         case 8: s += fmt::format("timestampLocation: {}\n", pick({"externalPhy", "chip"})); break;
+         case 9: s += fmt::format("traffic: {{{}: {}}}\n", anyIntf(), pick({"0", "8", "64", "256"})); break;
+         case 10: s += fmt::format("operStatus: {{{}: {}}}\n", anyIntf(), pick({"up", "down"})); break;
+         case 11: s += fmt::format("timeSync: {{{}: {}}}\n", rng() % kChips, pick({"5", "5", "3", "none"})); break;
+         case 12: s += fmt::format("phyTimeSync: {{{}: {}}}\n", anyIntf(), pick({"true", "false"})); break;
          case 13:
             s += fmt::format("phyIsland: {{{}: {}}}\n", anyIntf(),
                              pick({"{rx: true, tx: true}", "{rx: false, tx: true}", "none"}));
             break;
-         default:
-            s += pick({"bumpGeneration:\n", "agentRestart:\n"});
-            break;
+         default: s += pick({"bumpGeneration:\n", "agentRestart:\n"}); break;
       }
    }
    return s;

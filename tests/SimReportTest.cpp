@@ -170,15 +170,9 @@ Picture decodePng(const std::string& file) {
                    c = up && x >= p.channels ? up[x - p.channels] : 0;
          int pred = 0;
          switch (filter) {
-            case 1:
-               pred = a;
-               break;
-            case 2:
-               pred = b;
-               break;
-            case 3:
-               pred = (a + b) / 2;
-               break;
+            case 1: pred = a; break;
+            case 2: pred = b; break;
+            case 3: pred = (a + b) / 2; break;
             case 4: {
                const int pa = std::abs(b - c), pb = std::abs(a - c), pc = std::abs(a + b - 2 * c);
                pred = pa <= pb && pa <= pc ? a : pb <= pc ? b : c;

@@ -64,8 +64,7 @@ void IntfInfoSm::on_ptpActions(const Kiv::Change& c) {
 
 void IntfInfoSm::updateHwIntfStatus() {
    switch (judge(intfInfo_->programmerInfo(), ptpActions_->generation().counter)) {
-      case Verdict::pending:
-         return;
+      case Verdict::pending: return;
       case Verdict::notReady:
          trace(6, "hwIntfStatus for intfId: {} not ready for PTP", intfInfo_->intfId());
          intfReadyForPtpPacketIs(false);
@@ -109,8 +108,7 @@ void PipelineInfoSm::on_ptpActions(const Kiv::Change& c) {
 void PipelineInfoSm::updateAggState() {
    const std::uint32_t current = ptpActions_->generation().counter;
    switch (judge(pipelineInfoStatus_->programmerInfo(), current)) {
-      case Verdict::pending:
-         return;
+      case Verdict::pending: return;
       case Verdict::notReady:
          trace(6, "Pipeline aggregate state not ready for PTP");
          pipelineAggState_->generationIs({current, false});

@@ -142,20 +142,15 @@ bool EgressTimestampIntfSm::portDSNeedsEgressTimestamping(const PortDSKey& key) 
             case PortState::passive:
             case PortState::uncalibrated:
             case PortState::slave:
-            case PortState::slaveVariant:
-               return true;
-            default:
-               return false;
+            case PortState::slaveVariant: return true;
+            default: return false;
          }
-      case 2:
-         return isSlaveState(state);
+      case 2: return isSlaveState(state);
       case 3:
       case 5:
       case 6:
-      case 8:
-         return true;
-      default:
-         return false;  // 0, 4 and above 8
+      case 8: return true;
+      default: return false;  // 0, 4 and above 8
    }
 }
 

@@ -15,14 +15,9 @@ HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfI
 
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onAttribute(const Kiv::Change& c) {
    switch (c.field) {
-      case Ptp::HwIntfConfig::F::enabled:
-         handleEnabled();
-         break;
-      case Ptp::HwIntfConfig::F::disableManagementMessageForwarding:
-         handleDisableManagementMessageForwarding();
-         break;
-      default:
-         break;
+      case Ptp::HwIntfConfig::F::enabled: handleEnabled(); break;
+      case Ptp::HwIntfConfig::F::disableManagementMessageForwarding: handleDisableManagementMessageForwarding(); break;
+      default: break;
    }
 }
 
@@ -60,21 +55,11 @@ void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
    // Changes inside an interface configuration are its nested machine's.
    if (c.source != ptpHwConfig_.get()) return;
    switch (c.field) {
-      case Ptp::HwConfig::F::forwardPtpV1:
-         handleForwardPtpV1();
-         break;
-      case Ptp::HwConfig::F::forwardUnicastApplicable:
-         handleForwardUnicastApplicable();
-         break;
-      case Ptp::HwConfig::F::g82751Enabled:
-         handleG82751Enabled();
-         break;
-      case Ptp::HwConfig::F::ptpMode:
-         handlePtpMode();
-         break;
-      case Ptp::HwConfig::F::timestampLocation:
-         handleTimestampLocation();
-         break;
+      case Ptp::HwConfig::F::forwardPtpV1: handleForwardPtpV1(); break;
+      case Ptp::HwConfig::F::forwardUnicastApplicable: handleForwardUnicastApplicable(); break;
+      case Ptp::HwConfig::F::g82751Enabled: handleG82751Enabled(); break;
+      case Ptp::HwConfig::F::ptpMode: handlePtpMode(); break;
+      case Ptp::HwConfig::F::timestampLocation: handleTimestampLocation(); break;
       case Ptp::HwConfig::F::intfConfig: {
          // By presence: the entry as it is now, whatever the change said.
          const auto intfId = c.keyAs<Wyx::IntfId>();
@@ -85,25 +70,17 @@ void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
          }
          break;
       }
-      default:
-         break;
+      default: break;
    }
 }
 
 void HwConfigAdapterSm::on_vcsd(const Kiv::Change& c) {
    if (c.source != vcsd_.get()) return;
    switch (c.field) {
-      case Vyr::VyrCommonSmData::F::intf:
-         handleIntf(c.keyAs<Wyx::IntfId>());
-         break;
-      case Vyr::VyrCommonSmData::F::portToLag:
-         handlePortToLag(c.keyAs<Wyx::IntfId>());
-         break;
-      case Vyr::VyrCommonSmData::F::lagToPort:
-         handleLagToPort(c.keyAs<Wyx::IntfId>());
-         break;
-      default:
-         break;
+      case Vyr::VyrCommonSmData::F::intf: handleIntf(c.keyAs<Wyx::IntfId>()); break;
+      case Vyr::VyrCommonSmData::F::portToLag: handlePortToLag(c.keyAs<Wyx::IntfId>()); break;
+      case Vyr::VyrCommonSmData::F::lagToPort: handleLagToPort(c.keyAs<Wyx::IntfId>()); break;
+      default: break;
    }
 }
 

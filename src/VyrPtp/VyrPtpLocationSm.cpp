@@ -36,17 +36,10 @@ void VyrPtpLocationSm::on_ptpHwConfig(const Kiv::Change& c) {
    if (!hasNotificationActive()) return;
    if (c.source == ptpHwConfig_.get()) {
       switch (c.field) {
-         case Ptp::HwConfig::F::ptpMode:
-            handlePtpMode();
-            break;
-         case Ptp::HwConfig::F::timestampLocation:
-            handleTimestampLocation();
-            break;
-         case Ptp::HwConfig::F::intfConfig:
-            handlePtpEnabled(c.keyAs<IntfId>());
-            break;
-         default:
-            break;
+         case Ptp::HwConfig::F::ptpMode: handlePtpMode(); break;
+         case Ptp::HwConfig::F::timestampLocation: handleTimestampLocation(); break;
+         case Ptp::HwConfig::F::intfConfig: handlePtpEnabled(c.keyAs<IntfId>()); break;
+         default: break;
       }
    } else if (c.source->ownerField() == Ptp::HwConfig::F::intfConfig && c.field == Ptp::HwIntfConfig::F::enabled) {
       handlePtpEnabled(static_cast<const Ptp::HwIntfConfig*>(c.source)->intfId());
@@ -66,17 +59,12 @@ void VyrPtpLocationSm::on_ptpTimeSyncConfig(const Kiv::Change& c) {
 void VyrPtpLocationSm::on_egressTimestampIntfStatus(const Kiv::Change& c) {
    if (!hasNotificationActive() || c.source != egressTimestampIntfStatus_.get()) return;
    switch (c.field) {
-      case EgressTimestampIntfStatus::F::physicalIntfNeedsPolling:
-         handleIntfNeedsPolling(c.keyAs<IntfId>());
-         break;
+      case EgressTimestampIntfStatus::F::physicalIntfNeedsPolling: handleIntfNeedsPolling(c.keyAs<IntfId>()); break;
       case EgressTimestampIntfStatus::F::physicalIntfNeedsOneStepCfUpdate:
          handleIntfNeedsOneStepCfUpdate(c.keyAs<IntfId>());
          break;
-      case EgressTimestampIntfStatus::F::clockId:
-         handleClockId(c.keyAs<IntfId>());
-         break;
-      default:
-         break;
+      case EgressTimestampIntfStatus::F::clockId: handleClockId(c.keyAs<IntfId>()); break;
+      default: break;
    }
 }
 
