@@ -52,7 +52,6 @@ struct Waiting {
    Ptr<const Publisher> publisher;
    Receiver* target;
    Publisher::Handler handler;
-   const bool* active;
    HeldChange change;
 };
 
@@ -93,7 +92,7 @@ void Receiver::idle() {
    while (pending_ & ~kAfterRunning) {
       --pending_;
       Waiting w = next([this](const Waiting& x) { return x.target == this; });
-      if (*w.active && w.publisher->delivers(this, w.handler)) {
+      if (notificationActive_ && w.publisher->delivers(this, w.handler)) {
          try {
             (this->*w.handler)(w.change.get());
          } catch (...) {
@@ -109,28 +108,27 @@ void Receiver::idle() {
 }
 
 void Publisher::wait(const Change& c) const {
-   ++queued_;
-   waiting().push_back({this, nullptr, nullptr, nullptr, HeldChange(c)});
+   state_ += kQueued;
+   waiting().push_back({this, nullptr, nullptr, HeldChange(c)});
 }
 
 void Publisher::defer(const Entry& e, const Change& c) const {
    ++e.target->pending_;
-   waiting().push_back({this, e.target, e.handler, e.active, HeldChange(c)});
+   waiting().push_back({this, e.target, e.handler, HeldChange(c)});
 }
 
 bool Publisher::delivers(const Receiver* target, Handler handler) const {
    return std::any_of(subs_.begin(), subs_.end(),
-                      [&](const Entry& e) { return e.target == target && e.handler == handler && e.active != &kOff; });
+                      [&](const Entry& e) { return e.target == target && e.handler == handler; });
 }
 
 void Publisher::handlerRemove(Receiver* target, Handler handler) const {
-   auto it = std::find_if(subs_.begin(), subs_.end(), [&](const Entry& e) {
-      return e.target == target && e.handler == handler && e.active != &kOff;
-   });
+   auto it = std::find_if(subs_.begin(), subs_.end(),
+                          [&](const Entry& e) { return e.target == target && e.handler == handler; });
    if (it == subs_.end()) return;
-   if (delivering_) {
-      it->active = &kOff;
-      holes_ = true;
+   if (state_ & kDelivering) {
+      it->target = nullptr;
+      state_ |= kHoles;
    } else {
       subs_.erase(it);
    }
@@ -138,24 +136,19 @@ void Publisher::handlerRemove(Receiver* target, Handler handler) const {
 
 std::size_t Publisher::subscribers() const {
    return static_cast<std::size_t>(
-       std::count_if(subs_.begin(), subs_.end(), [](const Entry& e) { return e.active != &kOff; }));
+       std::count_if(subs_.begin(), subs_.end(), [](const Entry& e) { return e.target != nullptr; }));
 }
 
 void Publisher::settle() const {
-   while (queued_) {
-      --queued_;
+   while (state_ >= kQueued) {
+      state_ -= kQueued;
       Waiting w = next([this](const Waiting& x) { return x.publisher.get() == this && !x.target; });
       send(w.change.get());
    }
-   delivering_ = false;
-   if (holes_) {
-      std::erase_if(subs_, [](const Entry& e) { return e.active == &kOff; });
-      holes_ = false;
-   }
-   if (released_) {
-      auto* self = const_cast<Publisher*>(this);
-      self->released_ = false;
-      if (references() == 0) self->destroy();  // unless counted again meanwhile
+   const std::uint32_t left = std::exchange(state_, 0);
+   if (left & kHoles) std::erase_if(subs_, [](const Entry& e) { return e.target == nullptr; });
+   if ((left & kReleased) && references() == 0) {
+      const_cast<Publisher*>(this)->destroy();  // unless counted again meanwhile
    }
 }
 

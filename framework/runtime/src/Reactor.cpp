@@ -35,7 +35,7 @@ void InputBase::dispatch(const Change& c) {
 void InputBase::bind(const Pondo::Publisher* now, const Pondo::Publisher* previous) {
    unsubscribe(previous);
    if (now) {
-      now->handlerAdd(owner_, onChange_, &owner_->notificationActive_);
+      now->handlerAdd(owner_, onChange_);
       subscribed_ = true;
    }
    auto* e = static_cast<const Entity*>(now ? now : previous);
@@ -60,6 +60,7 @@ void InputBase::start() {
 }
 
 Reactor::Reactor(Reactor* parent) : parent_(parent) {
+   hasNotificationActiveIs(false);  // until started
    if (parent_) {
       nextSibling_ = parent_->firstChild_;
       if (nextSibling_) nextSibling_->prevSibling_ = this;
@@ -85,7 +86,7 @@ void Reactor::start() {
       started_ = true;
       checkInitialized();
       onConstruct();
-      notificationActive_ = true;
+      hasNotificationActiveIs(true);
    });
 }
 
@@ -101,7 +102,7 @@ void Reactor::checkInitialized() {
 // Notifications off, nested machines detached (the zombie-reactor pass), every
 // input unsubscribed.
 void Reactor::detach() {
-   notificationActive_ = false;
+   hasNotificationActiveIs(false);
    for (Reactor* c = firstChild_; c; c = c->nextSibling_) c->detach();
    for (InputBase* in : inputs_) in->unsubscribe(in->entity());
 }

@@ -133,8 +133,6 @@ class Input final : public InputBase {
 // type, as its first base.
 class Reactor : public Pondo::Receiver, public Entity {
   public:
-   bool hasNotificationActive() const { return notificationActive_; }
-   void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
    // The machine that owns this nested one, or null (not counted).
    Reactor* parent() const { return parent_; }
    bool initialized() const { return initialized_; }
@@ -162,7 +160,6 @@ class Reactor : public Pondo::Receiver, public Entity {
    Reactor* firstChild_ = nullptr;
    Reactor* prevSibling_ = nullptr;
    Reactor* nextSibling_ = nullptr;
-   bool notificationActive_ = false;
    bool initialized_ = false;
    bool started_ = false;
    bool tornDown_ = false;

@@ -113,6 +113,10 @@ class Receiver {
       leave();
    }
    bool running() const { return running_ != 0; }
+   // Whether changes are delivered to it now (a machine: its notifications
+   // are on); those reaching it while it runs wait either way.
+   bool hasNotificationActive() const { return notificationActive_; }
+   void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
 
   protected:
    virtual ~Receiver() = default;
@@ -133,6 +137,7 @@ class Receiver {
 
    std::uint32_t running_ = 0;  // nesting of its handlers
    std::uint32_t pending_ = 0;  // changes waiting for it, and kAfterRunning
+   bool notificationActive_ = true;
 };
 
 class Subscriber : public Receiver {
@@ -165,13 +170,12 @@ class Publisher : public Object {
   public:
    using Handler = void (Receiver::*)(const Change&);
 
-   void subscriberAdd(Subscriber* s) const { handlerAdd(s, onChange(), nullptr); }
+   void subscriberAdd(Subscriber* s) const { handlerAdd(s, onChange()); }
    void subscriberRemove(Subscriber* s) const { handlerRemove(s, onChange()); }
-   // Delivers changes to `target`'s member `handler` while `*active` (always
-   // when null), with one call per change: what state machine inputs use.
-   void handlerAdd(Receiver* target, Handler handler, const bool* active) const {
-      subs_.push_back({target, handler, active ? active : &kOn});
-   }
+   // Delivers changes to `target`'s member `handler` while the target's
+   // notifications are on, with one call per change: what state machine
+   // inputs use.
+   void handlerAdd(Receiver* target, Handler handler) const { subs_.push_back({target, handler}); }
    void handlerRemove(Receiver* target, Handler handler) const;
    std::size_t subscribers() const;
 
@@ -197,27 +201,28 @@ class Publisher : public Object {
   private:
    friend class Receiver;
    struct Entry {
-      Receiver* target;
+      Receiver* target;  // null: removed during delivery
       Handler handler;
-      const bool* active;  // &kOff: removed during delivery
    };
-   static constexpr bool kOn = true;
-   static constexpr bool kOff = false;
+   // Delivery state: the flag of a delivery in progress, what it left to do
+   // afterwards (holes, a release) and the count of changes waiting for it.
+   // Zero outside a delivery, so one comparison tells a plain delivery.
+   enum : std::uint32_t { kDelivering = 1, kHoles = 2, kReleased = 4, kQueued = 8 };
    static Handler onChange() { return static_cast<Handler>(&Subscriber::onChange); }
 
    void lastReferenceGone() final {
-      if (delivering_) {
-         released_ = true;
+      if (state_ & kDelivering) {
+         state_ |= kReleased;
       } else {
          destroy();
       }
    }
    void deliver(const Change& c) const {
-      if (delivering_) return wait(c);
-      delivering_ = true;
+      if (state_) return wait(c);
+      state_ = kDelivering;
       send(c);
-      if (queued_ | holes_ | released_) return settle();
-      delivering_ = false;
+      if (state_ != kDelivering) return settle();
+      state_ = 0;
    }
    void send(const Change& c) const {
       const std::size_t n = subs_.size();
@@ -226,12 +231,14 @@ class Publisher : public Object {
          for (; i < n; ++i) {
             const Entry& e = subs_[i];
             Receiver* r = e.target;
-            if (*e.active && !r->running_) {
+            if (!r) continue;
+            if (!r->running_) {
+               if (!r->notificationActive_) continue;
                const Handler h = e.handler;  // the call may add entries, moving `e`
                ++r->running_;
                (r->*h)(c);
                r->leave();
-            } else if (e.active != &kOff && r->running_) {
+            } else {
                defer(e, c);  // also to a machine starting, which hears it once on
             }
          }
@@ -250,10 +257,7 @@ class Publisher : public Object {
    void settle() const;
 
    mutable std::vector<Entry> subs_;
-   mutable std::uint32_t queued_ = 0;  // changes waiting for the present delivery
-   mutable bool delivering_ = false;
-   mutable bool holes_ = false;
-   bool released_ = false;
+   mutable std::uint32_t state_ = 0;
    const Publisher* owner_ = nullptr;
    FieldId ownerField_ = 0;
 };
