@@ -66,16 +66,22 @@ class Tracer {
    void maskIs(std::uint16_t m) { mask_ = m; }
    bool enabled(TraceLevel level) const { return (mask_ >> level) & 1u; }
 
-   // "{}"-style message.
+   // "{}"-style message. The level test is made where the trace is written;
+   // the format is only built, out of line, for an enabled level.
    template <class... A>
-   void operator()(TraceLevel level, TraceFormat<A...> f, const A&... a) const {
+   [[gnu::always_inline]] void operator()(TraceLevel level, TraceFormat<A...> f, const A&... a) const {
       if (!enabled(level)) [[likely]]
          return;
-      emit(level, f.where, fmt::vformat(f.text, fmt::make_format_args(a...)));
+      emitFormatted(level, f, a...);
    }
    void emit(TraceLevel level, const std::source_location& where, std::string_view message) const;
 
   private:
+   template <class... A>
+   [[gnu::noinline, gnu::cold]] void emitFormatted(TraceLevel level, const TraceFormat<A...>& f, const A&... a) const {
+      emit(level, f.where, fmt::vformat(f.text, fmt::make_format_args(a...)));
+   }
+
    std::string name_;
    std::uint16_t mask_ = 0;
 };
