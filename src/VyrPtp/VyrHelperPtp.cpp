@@ -1,6 +1,7 @@
 #include "VyrPtp/VyrHelperPtp.h"
 
 #include <algorithm>
+#include <array>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -24,12 +25,11 @@ Kiv::Tracer trace{"VyrPtp"};
 // strtoull(text, &rest, 10). Counter text is plain digits that fit, read here
 // directly; anything else (space, a sign, no digit, overflow) goes to strtoull.
 U64 toU64(const char* text, const char*& rest) {
+   // Nineteen digits always fit in 64 bits; a twentieth may not.
+   constexpr std::ptrdiff_t fits = 19;
    const char* p = text;
    U64 v = 0;
-   for (unsigned d; (d = unsigned(*p) - '0') < 10; ++p) {
-      if (v > (~U64(0) - d) / 10) break;
-      v = v * 10 + d;
-   }
+   for (unsigned d; p - text < fits && (d = unsigned(*p) - '0') < 10; ++p) v = v * 10 + d;
    if (p != text && unsigned(*p) - '0' >= 10) {
       rest = p;
       return v;
@@ -45,11 +45,29 @@ GpioSampleStatus gpioSampleStatus(U64 v) {
    return (v & 4) ? GpioSampleStatus::notAvailable : GpioSampleStatus((v & 1) + 1);
 }
 
-// Writes `v` in hexadecimal without leading zeros, as printf's %x (or %X).
-char* hex(char* out, U64 v, const char* digits) {
+// Writes `v` in hexadecimal without leading zeros, as printf's %x (or, with
+// `upper`, %X), two digits (one byte of `v`) at a time.
+char* hex(char* out, U64 v, bool upper) {
+   static constexpr auto pairs = [] {
+      std::array<std::array<char, 2>, 2 * 256> t{};  // lower case, then upper case
+      constexpr char lower[] = "0123456789abcdef";
+      constexpr char upper[] = "0123456789ABCDEF";
+      for (int b = 0; b < 256; ++b) {
+         t[b] = {lower[b >> 4], lower[b & 0xF]};
+         t[256 + b] = {upper[b >> 4], upper[b & 0xF]};
+      }
+      return t;
+   }();
+   const auto* table = &pairs[upper ? 256 : 0];
    const int n = v ? (64 - __builtin_clzll(v) + 3) / 4 : 1;
-   for (int i = n - 1; i >= 0; --i, v >>= 4) out[i] = digits[v & 0xF];
-   return out + n;
+   char* end = out + n;
+   char* p = end;
+   for (; v > 0xF; v >>= 8) {
+      p -= 2;
+      std::memcpy(p, table[v & 0xFF].data(), 2);
+   }
+   if (p != out) *--p = table[v][1];
+   return end;
 }
 
 char* decimal(char* out, U32 v) {
@@ -110,13 +128,11 @@ U64 TimestampFetcherBase::calcEgressTimestamp(U64 timestamp, Wyx::IntfId intfId,
 
 std::string_view TimestampFetcherBase::detailText(DetailText& out, U64 egressTimestamp, U32 asic32BitTimestamp,
                                                   U32 sequenceId) {
-   static constexpr char lower[] = "0123456789abcdef";
-   static constexpr char upper[] = "0123456789ABCDEF";
    char* p = text(out.data(), "   seconds: 0x");
-   p = hex(p, U32(seconds(egressTimestamp)), lower);
-   p = hex(text(p, " nanoseconds: 0x"), U32(nanoseconds(egressTimestamp)), lower);
-   p = hex(text(p, " asic32bit_ts: 0x"), asic32BitTimestamp, lower);
-   p = hex(text(p, " egressTimestamp: 0x"), egressTimestamp, upper);
+   p = hex(p, U32(seconds(egressTimestamp)), false);
+   p = hex(text(p, " nanoseconds: 0x"), U32(nanoseconds(egressTimestamp)), false);
+   p = hex(text(p, " asic32bit_ts: 0x"), asic32BitTimestamp, false);
+   p = hex(text(p, " egressTimestamp: 0x"), egressTimestamp, true);
    p = decimal(text(p, " sequenceId: "), sequenceId);
    return {out.data(), std::size_t(p - out.data())};
 }

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <iterator>
+#include <utility>
 
 namespace Hpx {
 
@@ -33,11 +34,18 @@ void SimHam::stalledIs(bool s) {
 
 void SimHam::valueRead(const Pondo::String& valueName) {
    ++valueReads_;
+   const std::optional<std::uint64_t> shown = std::exchange(resultCounter_, std::nullopt);
    if (auto it = text_.find(valueName); it != text_.end()) {
       result_ = it->second;
    } else if (valueName == "ptp_timestamp") {
-      char digits[20];
-      result_.assign(digits, std::to_chars(digits, std::end(digits), counter()).ptr);  // keeps its storage
+      // A counter standing still (as it does within one loop event) reads as
+      // the text already there.
+      const std::uint64_t c = counter();
+      if (shown != c) {
+         char digits[20];
+         result_.assign(digits, std::to_chars(digits, std::end(digits), c).ptr);  // keeps its storage
+      }
+      resultCounter_ = c;
    } else {
       static const Pondo::String zero = "0";
       result_ = zero;

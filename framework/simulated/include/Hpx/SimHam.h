@@ -6,6 +6,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 
 #include "Hpx/Ham.h"
 #include "Kiv/Activity.h"
@@ -47,6 +48,7 @@ class SimHam final : public Ham {
    std::map<Pondo::String, Pondo::String> text_;
    std::map<Reg32, std::uint32_t> register_;
    std::uint64_t valueReads_ = 0;
+   std::optional<std::uint64_t> resultCounter_;  // the counter value result_ shows, if it shows one
 };
 
 }  // namespace Hpx
