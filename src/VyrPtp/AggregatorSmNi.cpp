@@ -44,9 +44,8 @@ bool isReportChange(const Kiv::Change& c, const Pondo::Publisher* owner, Kiv::Fi
 // --- IntfInfoSm ---
 
 IntfInfoSm::IntfInfoSm(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
-                       Pondo::Ptr<const PtpActions> ptpActions, Kiv::Reactor* parent)
-    : Kiv::Reactor(parent),
-      intfInfo_(this, std::move(intfInfo), &IntfInfoSm::on_intfInfo),
+                       Pondo::Ptr<const PtpActions> ptpActions, AggregatorSmNi* owner)
+    : NestedSm(std::move(intfInfo), owner),
       hwIntfStatus_(Kiv::nonNull(hwIntfStatus, "hwIntfStatus")),
       ptpActions_(this, std::move(ptpActions), &IntfInfoSm::on_ptpActions) {}
 
@@ -54,8 +53,8 @@ IntfInfoSm::IntfInfoSm(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::H
 // reports as additions; they are judged here, once, instead.
 void IntfInfoSm::handleInitialized() { updateHwIntfStatus(); }
 
-void IntfInfoSm::on_intfInfo(const Kiv::Change& c) {
-   if (initialized() && isReportChange(c, intfInfo_.get(), PtpIntfInfo::F::programmerInfo)) updateHwIntfStatus();
+void IntfInfoSm::onAttribute(const Kiv::Change& c) {
+   if (initialized() && isReportChange(c, intfInfo(), PtpIntfInfo::F::programmerInfo)) updateHwIntfStatus();
 }
 
 void IntfInfoSm::on_ptpActions(const Kiv::Change& c) {
@@ -63,14 +62,14 @@ void IntfInfoSm::on_ptpActions(const Kiv::Change& c) {
 }
 
 void IntfInfoSm::updateHwIntfStatus() {
-   switch (judge(intfInfo_->programmerInfo(), ptpActions_->generation().counter)) {
+   switch (judge(intfInfo()->programmerInfo(), ptpActions_->generation().counter)) {
       case Verdict::pending: return;
       case Verdict::notReady:
-         trace(6, "hwIntfStatus for intfId: {} not ready for PTP", intfInfo_->intfId());
+         trace(6, "hwIntfStatus for intfId: {} not ready for PTP", intfInfo()->intfId());
          intfReadyForPtpPacketIs(false);
          return;
       case Verdict::ready:
-         trace(6, "hwIntfStatus for intfId: {} is now ready for PTP", intfInfo_->intfId());
+         trace(6, "hwIntfStatus for intfId: {} is now ready for PTP", intfInfo()->intfId());
          intfReadyForPtpPacketIs(true);
          return;
    }

@@ -18,17 +18,21 @@
 
 namespace VyrPtp {
 
-// Judges one interface from its programmers' reports into its hardware status.
-class VYRPTP_EXPORT IntfInfoSm : public Kiv::Reactor {
+class AggregatorSmNi;
+
+// Judges one interface from its programmers' reports (its notifier, the
+// interface's record among the reports) into its hardware status; a nested
+// machine of the aggregator, or of none.
+class VYRPTP_EXPORT IntfInfoSm : public Kiv::NestedSm<AggregatorSmNi, const Programmer::PtpIntfInfo> {
   public:
    IntfInfoSm(Pondo::Ptr<const Programmer::PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
-              Pondo::Ptr<const ActionTypes::PtpActions> ptpActions, Kiv::Reactor* parent = nullptr);
+              Pondo::Ptr<const ActionTypes::PtpActions> ptpActions, AggregatorSmNi* owner = nullptr);
 
-   const Programmer::PtpIntfInfo* intfInfo() const { return intfInfo_.get(); }
+   const Programmer::PtpIntfInfo* intfInfo() const { return notifier(); }
    Ptp::HwIntfStatus* hwIntfStatus() const { return hwIntfStatus_.get(); }
    const ActionTypes::PtpActions* ptpActions() const { return ptpActions_.get(); }
    // Compared when the aggregator is asked again for the machine of an interface.
-   auto fixedArgs() const { return std::make_tuple(intfInfo_.ptr(), hwIntfStatus_, ptpActions_.ptr(), parent()); }
+   auto fixedArgs() const { return std::make_tuple(intfInfo(), hwIntfStatus_, ptpActions(), ownerSm()); }
 
    // One readiness pass.
    void updateHwIntfStatus();
@@ -37,10 +41,9 @@ class VYRPTP_EXPORT IntfInfoSm : public Kiv::Reactor {
 
   private:
    void handleInitialized() override;
-   void on_intfInfo(const Kiv::Change& c);
+   void onAttribute(const Kiv::Change& c) override;
    void on_ptpActions(const Kiv::Change& c);
 
-   Kiv::Input<const Programmer::PtpIntfInfo> intfInfo_;
    Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus_;
    Kiv::Input<const ActionTypes::PtpActions> ptpActions_;
 };
