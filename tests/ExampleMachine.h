@@ -1,6 +1,7 @@
 // A small entity family and state machines showing the framework's pattern:
 // a machine copying members into an output, one keeping a nested machine per
-// member, and one writing into its own input. Used by the framework tests.
+// member, one writing into its own input, and one acting on a timer and
+// tracing what it does. Used by the framework tests.
 #pragma once
 
 #include <fmt/format.h>
@@ -8,11 +9,17 @@
 #include <string>
 #include <vector>
 
+#include "Kiv/Activity.h"
 #include "Kiv/Reactor.h"
+#include "Kiv/Trace.h"
 #include "Pondo/Types.h"
 #include "Wyx/IntfId.h"
 
 namespace Example {
+
+// One trace handle per source (here, per header): VYRPTP_TRACE="Example/6"
+// shows level 6 of it.
+inline const Kiv::Tracer trace{"Example"};
 
 class Port : public Kiv::Entity {
   public:
@@ -162,6 +169,34 @@ class PortWatchSm : public Kiv::Reactor {
 
    Kiv::Input<const Chassis> chassis_;
    Kiv::Collection<Wyx::IntfId, NestedSm_Port> portSm_{this, F::portSm, "portSm"};
+};
+
+// Reports the chassis's generation once it has held still for `settle`
+// seconds: each change moves a clock wake-up on the loop's clock. The wake-up
+// runs as one of the machine's handlers (Receiver::run), so changes it causes
+// in the machine's inputs reach the machine after it, like any handler's.
+class GenerationSettleSm : public Kiv::Reactor {
+  public:
+   GenerationSettleSm(Pondo::Ptr<const Chassis> chassis, Kiv::Seconds settle)
+       : chassis_(this, std::move(chassis), &GenerationSettleSm::on_chassis), settle_(settle) {}
+   std::vector<std::string> log;  // each settled generation
+
+  private:
+   void on_chassis(const Kiv::Change& c) {
+      if (c.source == chassis_.get() && c.field == Chassis::F::generation) {
+         trace(8, "generation {} at {}, settles at {}", chassis_->generation().counter, Kiv::currentTime(),
+               Kiv::currentTime() + settle_);
+         settled_.timeMinIs(Kiv::currentTime() + settle_);
+      }
+   }
+   void handleSettled() {
+      trace(6, "generation {} settled", chassis_->generation().counter);
+      log.push_back(fmt::format("generation {} at {}", chassis_->generation().counter, Kiv::currentTime()));
+   }
+
+   Kiv::Input<const Chassis> chassis_;
+   Kiv::Seconds settle_;
+   Kiv::ClockTimer settled_{Kiv::activityManager().clock(), [this] { run([this] { handleSettled(); }); }};
 };
 
 inline void NestedSm_Port::onAttribute(const Kiv::Change& c) {

@@ -208,6 +208,58 @@ TEST(Reactor, ANestedMachineHearsOfEachBinding) {
    EXPECT_EQ(watcher->log, (Strings{"speed Et2 40"}));
 }
 
+// A wake-up moved by every change acts once the input has held still; its
+// traces go to the sink while their level is on.
+TEST(Reactor, ATimerActsOnceTheInputHasHeldStillAndTracesWhatItDoes) {
+   Kiv::ActivityManager& loop = Kiv::activityManager();
+   loop.virtualTimeIs(10, 1'700'000'000);
+   Strings traced;
+   Kiv::traceSinkIs([&](const Kiv::TraceRecord& r) { traced.push_back(fmt::format("{} {}", r.level, r.message)); });
+   Kiv::traceMaskIs("Example", 1u << 6);
+   auto chassis = Kiv::make<Chassis>();
+   auto sm = Kiv::make<GenerationSettleSm>(chassis, 1.0);
+   chassis->generationIs({1, false});
+   loop.runFor(0.5);
+   chassis->generationIs({2, false});  // moves the wake-up to 11.5
+   loop.runFor(0.75);
+   EXPECT_TRUE(sm->log.empty());
+   loop.runFor(1);
+   EXPECT_EQ(sm->log, (Strings{"generation 2 at 11.5"}));
+   EXPECT_EQ(traced, (Strings{"6 generation 2 settled"}));  // level 8 is off
+   Kiv::traceMaskIs("Example", 0);
+   Kiv::traceSinkIs({});
+   loop.virtualTimeIs(0, 0);
+}
+
+// The wake-up runs as one of the machine's handlers: a change it makes to the
+// machine's input reaches the machine after it returns, never inside it.
+TEST(Reactor, AWakeUpIsNotInterruptedByTheChangesItMakes) {
+   Kiv::ActivityManager& loop = Kiv::activityManager();
+   loop.virtualTimeIs(0, 1'700'000'000);
+   auto chassis = Kiv::make<Chassis>();
+   Strings order;
+   struct BumpSm : Kiv::Reactor {
+      BumpSm(Pondo::Ptr<Chassis> c, Strings* order) : chassis(this, std::move(c), &BumpSm::on_chassis), order(order) {}
+      void on_chassis(const Kiv::Change& c) {
+         if (c.field == Chassis::F::generation)
+            order->push_back(fmt::format("heard {}", chassis->generation().counter));
+      }
+      void onTime() {
+         order->push_back("wake-up begins");
+         chassis->generationIs({7, false});
+         order->push_back("wake-up ends");
+      }
+      Kiv::Input<Chassis> chassis;
+      Strings* order;
+      Kiv::ClockTimer wake{Kiv::activityManager().clock(), [this] { run([this] { onTime(); }); }};
+   };
+   auto sm = Kiv::make<BumpSm>(chassis, &order);
+   sm->wake.timeMinIs(1);
+   loop.runFor(2);
+   EXPECT_EQ(order, (Strings{"wake-up begins", "wake-up ends", "heard 7"}));
+   loop.virtualTimeIs(0, 0);
+}
+
 // After each step a key has a machine exactly when the chassis has the port,
 // and that machine watches the port there now.
 TEST(Reactor, ShadowKeepsOneNestedMachinePerPresentMember) {
