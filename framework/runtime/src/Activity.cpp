@@ -48,6 +48,16 @@ void ActivityManager::schedule(Seconds when, ClockTimer* t) {
    siftUp(timers_.size() - 1, {when, sequence_++, t});
 }
 
+void ActivityManager::move(ClockTimer* t, Seconds when) {
+   const Entry e{when, sequence_++, t};
+   const std::size_t i = t->slot_;
+   if (e.before(timers_[i])) {
+      siftUp(i, e);
+   } else {
+      siftDown(i, e);
+   }
+}
+
 // The last entry fills the hole the timer leaves.
 void ActivityManager::cancel(ClockTimer* t) {
    const std::size_t i = t->slot_;
@@ -126,12 +136,13 @@ void ClockTimer::timeMinIs(Seconds t) {
       throw Error(fmt::format("deadline NaN for the clock timer of {}", Pondo::typeName(onTime_.target_type())));
    }
    ActivityManager& loop = clock_->loop();
-   if (scheduled_) {
-      loop.cancel(this);
-      scheduled_ = false;
-   }
    timeMin_ = t;
-   if (t != kNever) {
+   if (t == kNever) {
+      if (scheduled_) loop.cancel(this);
+      scheduled_ = false;
+   } else if (scheduled_) {
+      loop.move(this, t);
+   } else {
       loop.schedule(t, this);
       scheduled_ = true;
    }

@@ -71,6 +71,8 @@ class ActivityManager {
       bool before(const Entry& o) const { return when < o.when || (when == o.when && sequence < o.sequence); }
    };
    void schedule(Seconds when, ClockTimer* t);
+   // Gives a pending timer a new deadline where it is, as if set anew.
+   void move(ClockTimer* t, Seconds when);
    void cancel(ClockTimer* t);
    // Moves `e` from the hole at `i` towards the top, or towards the leaves, to its place.
    void siftUp(std::size_t i, const Entry& e);
