@@ -49,7 +49,7 @@ GpioSampleStatus gpioSampleStatus(U64 v) {
 // `upper`, %X), two digits (one byte of `v`) at a time.
 char* hex(char* out, U64 v, bool upper) {
    static constexpr auto pairs = [] {
-      std::array<std::array<char, 2>, 2 * 256> t{};  // lower case, then upper case
+      std::array<std::array<char, 2>, 512> t{};  // lower case (0-255), then upper case
       constexpr char lower[] = "0123456789abcdef";
       constexpr char upper[] = "0123456789ABCDEF";
       for (int b = 0; b < 256; ++b) {
