@@ -265,6 +265,24 @@ egressCollection:
    EXPECT_NE(dir.read("run.html").find("Readiness over time"), std::string::npos);
 }
 
+// Egress collection over no chips at all reports an empty chip table, and
+// the HTML report renders it (the fuzzer found the renderer stopping on it).
+TEST(SimReportTest, EgressCollectionWithoutChipsIsReported) {
+   const std::string scenario = R"(duration: 1
+asicTime: {egressPeriod: 0.25}
+egressCollection:
+  start: 0.5
+)";
+   TempDir dir;
+   const SimRun r = SimRun::of(scenario, "--report " + dir.path("run.html"), true);
+   ASSERT_EQ(r.status, 0) << r.err;
+   const Sim::Json* chips = r.report.find("modules")->find("egress-collection")->find("chips");
+   ASSERT_NE(chips, nullptr);
+   EXPECT_TRUE(chips->isObject());
+   EXPECT_TRUE(chips->members().empty());
+   EXPECT_NE(dir.read("run.html").find("Latch-to-publish delay"), std::string::npos);
+}
+
 TEST(SimReportTest, DefaultScenarioWidensNothingWrongly) {
    const SimRun r = SimRun::of(Sim::kDefaultScenario, "", true);
    ASSERT_EQ(r.status, 0) << r.err;

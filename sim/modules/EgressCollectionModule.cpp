@@ -344,6 +344,7 @@ class EgressCollectionModule final : public Module {
       Json& edges = out["delayHistogramEdgesMs"] = Json::array();
       for (double e : kDelayEdgesMs) edges.push(e);
       Counts chassis;
+      out["chips"] = Json::object();  // also for a scenario without chips
       for (ChipState& c : chips_) {
          Json& chip = out["chips"][std::to_string(c.chip->logicalFap)];
          chip["fifoDepth"] = c.device->fifoDepth();
