@@ -77,7 +77,7 @@ class Summary : public Kiv::Entity {
 class SummarySm : public Kiv::Reactor {
   public:
    SummarySm(Pondo::Ptr<const Chassis> chassis, Pondo::Ptr<Summary> summary)
-       : chassis_(this, std::move(chassis), &SummarySm::on_chassis), summary_(std::move(summary)) {}
+       : chassis_(this, std::move(chassis), Kiv::on<&SummarySm::on_chassis>), summary_(std::move(summary)) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
    std::vector<std::string> log;  // what ran, in order
@@ -112,7 +112,7 @@ class SummarySm : public Kiv::Reactor {
 class SpeedCapSm : public Kiv::Reactor {
   public:
    SpeedCapSm(Pondo::Ptr<Chassis> chassis, int cap)
-       : chassis_(this, std::move(chassis), &SpeedCapSm::on_chassis), cap_(cap) {}
+       : chassis_(this, std::move(chassis), Kiv::on<&SpeedCapSm::on_chassis>), cap_(cap) {}
    std::vector<std::string> log;  // each speed heard, and whether it was capped
 
   private:
@@ -149,7 +149,7 @@ class PortWatchSm : public Kiv::Reactor {
       enum : Kiv::FieldId { portSm };
    };
    explicit PortWatchSm(Pondo::Ptr<const Chassis> chassis)
-       : chassis_(this, std::move(chassis), &PortWatchSm::on_chassis) {}
+       : chassis_(this, std::move(chassis), Kiv::on<&PortWatchSm::on_chassis>) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
    const NestedSm_Port* portSm(Wyx::IntfId k) const { return portSm_.find(k); }
@@ -178,7 +178,7 @@ class PortWatchSm : public Kiv::Reactor {
 class GenerationSettleSm : public Kiv::Reactor {
   public:
    GenerationSettleSm(Pondo::Ptr<const Chassis> chassis, Kiv::Seconds settle)
-       : chassis_(this, std::move(chassis), &GenerationSettleSm::on_chassis), settle_(settle) {}
+       : chassis_(this, std::move(chassis), Kiv::on<&GenerationSettleSm::on_chassis>), settle_(settle) {}
    std::vector<std::string> log;  // each settled generation
 
   private:

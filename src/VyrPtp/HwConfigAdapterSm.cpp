@@ -45,8 +45,8 @@ void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::processChanges() {
 HwConfigAdapterSm::HwConfigAdapterSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                      Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
                                      Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig)
-    : ptpHwConfig_(this, std::move(ptpHwConfig), &HwConfigAdapterSm::on_ptpHwConfig),
-      vcsd_(this, std::move(vcsd), &HwConfigAdapterSm::on_vcsd),
+    : ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::on<&HwConfigAdapterSm::on_ptpHwConfig>),
+      vcsd_(this, std::move(vcsd), Kiv::on<&HwConfigAdapterSm::on_vcsd>),
       outputPtpHwConfig_(std::move(outputPtpHwConfig)) {}
 
 HwConfigAdapterSm::~HwConfigAdapterSm() = default;

@@ -19,7 +19,7 @@ void NestedSm_IntfStatus::onAttribute(const Kiv::Change& c) {
 // --- AggregatorSm ---
 
 AggregatorSm::AggregatorSm(Pondo::Ptr<const Status> programmerStatus, Pondo::Ptr<Ptp::HwStatus> hwStatus)
-    : programmerStatus_(this, std::move(programmerStatus), &AggregatorSm::on_programmerStatus),
+    : programmerStatus_(this, std::move(programmerStatus), Kiv::on<&AggregatorSm::on_programmerStatus>),
       hwStatus_(Kiv::nonNull(hwStatus, "hwStatus")) {}
 
 // Entries left from an earlier life are dropped; the reports rebuild the rest.

@@ -53,7 +53,7 @@ VyrCfUpdateLogicalFapArmSm::VyrCfUpdateLogicalFapArmSm(
     Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus)
     : cfUpdateLogicalFapInfo_(this, Kiv::nonNull(cfUpdateLogicalFapInfo, "cfUpdateLogicalFapInfo"),
-                              &VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo),
+                              Kiv::on<&VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo>),
       statebaseEm_(std::move(statebaseEm)),
       cfUpdateStatus_(Kiv::nonNull(cfUpdateStatus, "cfUpdateStatus")) {}
 
@@ -160,7 +160,7 @@ void NestedSm_LogicalFapStatusWatcher::onAttribute(const Kiv::Change& c) {
 VyrCfUpdateArmSm::VyrCfUpdateArmSm(Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo,
                                    Pondo::Ptr<Statebase::EntityManager> statebaseEm,
                                    Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus)
-    : cfUpdateInfo_(this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"), &VyrCfUpdateArmSm::on_cfUpdateInfo),
+    : cfUpdateInfo_(this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"), Kiv::on<&VyrCfUpdateArmSm::on_cfUpdateInfo>),
       statebaseEm_(std::move(statebaseEm)),
       programmerStatus_(Kiv::nonNull(programmerStatus, "programmerStatus")) {}
 

@@ -88,24 +88,26 @@ void handlerThrew(const Receiver& r) {
 void Receiver::handlerThrew() const { Pondo::handlerThrew(*this); }
 
 void Receiver::idle() {
-   ++running_;  // what reaches it meanwhile queues behind
-   while (pending_ & ~kAfterRunning) {
-      --pending_;
+   ++gate_;  // what reaches it meanwhile queues behind
+   while (gate_ >= kPending) {
+      gate_ -= kPending;
       Waiting w = next([this](const Waiting& x) { return x.target == this; });
-      if (notificationActive_ && w.publisher->delivers(this, w.handler)) {
+      if (hasNotificationActive() && w.publisher->delivers(this, w.handler)) {
          try {
-            (this->*w.handler)(w.change.get());
+            w.handler(this, w.change.get());
          } catch (...) {
             handlerThrew();
          }
       }
    }
-   --running_;
-   if (pending_ & kAfterRunning) {
-      pending_ &= ~kAfterRunning;
+   --gate_;
+   if (gate_ & kAfterRunning) {
+      gate_ &= ~kAfterRunning;
       afterRunning();
    }
 }
+
+void Publisher::onChange(Receiver* r, const Change& c) { static_cast<Subscriber*>(r)->onChange(c); }
 
 void Publisher::wait(const Change& c) const {
    state_ += kQueued;
@@ -113,7 +115,7 @@ void Publisher::wait(const Change& c) const {
 }
 
 void Publisher::defer(const Entry& e, const Change& c) const {
-   ++e.target->pending_;
+   e.target->gate_ += Receiver::kPending;
    waiting().push_back({this, e.target, e.handler, HeldChange(c)});
 }
 

@@ -29,7 +29,7 @@ void InputBase::unsubscribe(const Pondo::Publisher* entity) {
 void InputBase::dispatch(const Change& c) {
    Reactor* r = owner_;
    const Pondo::Publisher::Handler h = onChange_;
-   r->run([r, h, &c] { (r->*h)(c); });
+   r->run([r, h, &c] { h(r, c); });
 }
 
 void InputBase::bind(const Pondo::Publisher* now, const Pondo::Publisher* previous) {

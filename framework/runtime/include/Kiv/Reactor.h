@@ -4,7 +4,7 @@
 // description gives them, each with its handler:
 //
 //   class PipelineInfoSm : public Kiv::Reactor {
-//      Kiv::Input<const PtpActions> ptpActions_{this, std::move(actions), &PipelineInfoSm::on_ptpActions};
+//      Kiv::Input<const PtpActions> ptpActions_{this, std::move(actions), Kiv::on<&PipelineInfoSm::on_ptpActions>};
 //      void on_ptpActions(const Kiv::Change& c) {
 //         if (c.field == PtpActions::F::generation) updateAggState();
 //      }
@@ -52,6 +52,28 @@ namespace Kiv {
 
 class Reactor;
 
+namespace detail {
+template <class M>
+struct MemberOf;
+template <class C>
+struct MemberOf<void (C::*)(const Change&)> {
+   using Class = C;
+};
+}  // namespace detail
+
+// A machine's member `H`, void (Sm::*)(const Kiv::Change&), bound as the
+// handler of an input: `Kiv::on<&Sm::on_cell>`. The watched entity calls it
+// through a plain function made for it, as cheap as a callback list's call.
+template <auto H>
+struct On {
+   using Sm = typename detail::MemberOf<decltype(H)>::Class;
+   static constexpr Pondo::Publisher::Handler handler() {
+      return [](Pondo::Receiver* r, const Change& c) { (static_cast<Sm*>(r)->*H)(c); };
+   }
+};
+template <auto H>
+inline constexpr On<H> on{};
+
 // An input registers its owner's handler with the watched entity, which calls
 // it directly while the owner's notifications are on.
 class InputBase {
@@ -87,19 +109,18 @@ class Input final : public InputBase {
   public:
    using SelfHandler = void (Reactor::*)(T* previous, bool initial);
 
-   template <class Owner>
-   Input(Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
-         void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, true, static_cast<Pondo::Publisher::Handler>(onChange)),
+   template <class Owner, auto H>
+   Input(Owner* owner, Pondo::Ptr<T> entity, On<H> onChange, void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
+       : InputBase(owner, true, onChange.handler()),
          entity_(std::move(entity)),
          onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
    // An input that may stay absent without holding back handleInitialized().
    struct Optional {};
-   template <class Owner>
-   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, void (Owner::*onChange)(const Change&),
+   template <class Owner, auto H>
+   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, On<H> onChange,
          void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, false, static_cast<Pondo::Publisher::Handler>(onChange)),
+       : InputBase(owner, false, onChange.handler()),
          entity_(std::move(entity)),
          onSelf_(static_cast<SelfHandler>(onSelf)) {}
 
@@ -191,7 +212,7 @@ template <class Owner, class T>
 class NestedSm : public Reactor {
   public:
    NestedSm(Pondo::Ptr<T> notifier, Owner* owner)
-       : Reactor(owner), notifier_(this, std::move(notifier), &NestedSm::onNotifier, &NestedSm::onNotifierBound) {}
+       : Reactor(owner), notifier_(this, std::move(notifier), on<&NestedSm::onNotifier>, &NestedSm::onNotifierBound) {}
 
    // The owning machine (not counted); null once it has gone.
    Owner* ownerSm() const { return static_cast<Owner*>(parent()); }

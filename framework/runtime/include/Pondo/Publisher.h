@@ -92,8 +92,8 @@ Kept keepEntity(const void* p) {
    return {p, [](const void* q) { static_cast<const E*>(q)->dereference(); }};
 }
 
-// Anything changes are delivered to: a Subscriber, or an object whose member
-// function handles them (the input handlers of a state machine).
+// Anything changes are delivered to: a Subscriber, or an object with a handler
+// bound to it (the input handlers of a state machine).
 //
 // Its handlers never run inside one another: a change that reaches it while
 // one runs waits, as a copy, and is delivered right after the outermost one
@@ -104,7 +104,7 @@ class Receiver {
    // meanwhile wait. An exception escaping it stops the process.
    template <class F>
    void run(F handler) {
-      ++running_;
+      ++gate_;
       try {
          handler();
       } catch (...) {
@@ -112,32 +112,36 @@ class Receiver {
       }
       leave();
    }
-   bool running() const { return running_ != 0; }
+   bool running() const { return (gate_ & kRunning) != 0; }
    // Whether changes are delivered to it now (a machine: its notifications
    // are on); those reaching it while it runs wait either way.
-   bool hasNotificationActive() const { return notificationActive_; }
-   void hasNotificationActiveIs(bool on) { notificationActive_ = on; }
+   bool hasNotificationActive() const { return (gate_ & kOff) == 0; }
+   void hasNotificationActiveIs(bool on) { gate_ = on ? gate_ & ~kOff : gate_ | kOff; }
 
   protected:
    virtual ~Receiver() = default;
    // Asks for afterRunning() once the outermost handler has returned.
-   void afterRunningIs() { pending_ |= kAfterRunning; }
+   void afterRunningIs() { gate_ |= kAfterRunning; }
    virtual void afterRunning() {}
 
   private:
    friend class Publisher;
-   static constexpr std::uint32_t kAfterRunning = 1u << 31;
+   // The gate word: zero exactly when a change may be delivered at once and
+   // nothing is left to do after it, so a delivery tests it once and leaves
+   // with one decrement.
+   static constexpr std::uint64_t kRunning = 0xffff'ffff;  // nesting of its handlers
+   static constexpr std::uint64_t kOff = 1ull << 32;       // notifications off
+   static constexpr std::uint64_t kAfterRunning = 1ull << 33;
+   static constexpr std::uint64_t kPending = 1ull << 34;  // unit of the count of changes waiting for it
 
    [[noreturn]] void handlerThrew() const;
    void leave() {
-      if (--running_ == 0 && pending_) idle();
+      if (--gate_ != 0 && (gate_ & kRunning) == 0 && gate_ >= kAfterRunning) idle();
    }
    // Delivers the waiting changes, then runs the requested hook.
    void idle();
 
-   std::uint32_t running_ = 0;  // nesting of its handlers
-   std::uint32_t pending_ = 0;  // changes waiting for it, and kAfterRunning
-   bool notificationActive_ = true;
+   std::uint64_t gate_ = 0;
 };
 
 class Subscriber : public Receiver {
@@ -168,11 +172,13 @@ std::string typeName(const std::type_info& t);
 // the process.
 class Publisher : public Object {
   public:
-   using Handler = void (Receiver::*)(const Change&);
+   // Delivers one change to its receiver: a plain function, so that a call
+   // costs what a callback list's does (Kiv::on makes one per handler).
+   using Handler = void (*)(Receiver*, const Change&);
 
-   void subscriberAdd(Subscriber* s) const { handlerAdd(s, onChange()); }
-   void subscriberRemove(Subscriber* s) const { handlerRemove(s, onChange()); }
-   // Delivers changes to `target`'s member `handler` while the target's
+   void subscriberAdd(Subscriber* s) const { handlerAdd(s, &onChange); }
+   void subscriberRemove(Subscriber* s) const { handlerRemove(s, &onChange); }
+   // Delivers changes to `target` through `handler` while the target's
    // notifications are on, with one call per change: what state machine
    // inputs use.
    void handlerAdd(Receiver* target, Handler handler) const { subs_.push_back({target, handler}); }
@@ -208,7 +214,9 @@ class Publisher : public Object {
    // afterwards (holes, a release) and the count of changes waiting for it.
    // Zero outside a delivery, so one comparison tells a plain delivery.
    enum : std::uint32_t { kDelivering = 1, kHoles = 2, kReleased = 4, kQueued = 8 };
-   static Handler onChange() { return static_cast<Handler>(&Subscriber::onChange); }
+   // Calls Subscriber::onChange; defined once, so that every library adds and
+   // removes subscribers with the same handler.
+   static void onChange(Receiver* r, const Change& c);
 
    void lastReferenceGone() final {
       if (state_ & kDelivering) {
@@ -232,15 +240,15 @@ class Publisher : public Object {
             const Entry& e = subs_[i];
             Receiver* r = e.target;
             if (!r) continue;
-            if (!r->running_) {
-               if (!r->notificationActive_) continue;
+            if (r->gate_ == 0) {
                const Handler h = e.handler;  // the call may add entries, moving `e`
-               ++r->running_;
-               (r->*h)(c);
+               r->gate_ = 1;
+               h(r, c);
                r->leave();
-            } else {
+            } else if (r->gate_ & Receiver::kRunning) {
                defer(e, c);  // also to a machine starting, which hears it once on
             }
+            // Otherwise its notifications are off.
          }
       } catch (...) {
          handlerThrew(*subs_[i].target);
