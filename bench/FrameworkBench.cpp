@@ -41,7 +41,8 @@ class Table : public Kiv::Entity {
 // A machine watching one cell; its handler adds the new value to its own sum.
 class SumSm : public Kiv::Reactor {
   public:
-   SumSm(Pondo::Ptr<const Cell> cell, long* sum) : cell_(this, std::move(cell), Kiv::on<&SumSm::on_cell>), sum_(sum) {}
+   SumSm(Pondo::Ptr<const Cell> cell, long* sum)
+       : cell_(this, std::move(cell), Kiv::onAny<&SumSm::on_cell>), sum_(sum) {}
 
   private:
    void on_cell(const Kiv::Change& c) {

@@ -12,7 +12,7 @@ template <class T>
 class Watch final : public Kiv::Reactor {
   public:
    Watch(Pondo::Ptr<const T> entity, std::function<void(const Kiv::Change&)> onChange)
-       : entity_(this, std::move(entity), Kiv::on<&Watch::on_entity>), onChange_(std::move(onChange)) {}
+       : entity_(this, std::move(entity), Kiv::onAny<&Watch::on_entity>), onChange_(std::move(onChange)) {}
 
   private:
    void on_entity(const Kiv::Change& c) { onChange_(c); }

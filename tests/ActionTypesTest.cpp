@@ -280,7 +280,7 @@ TEST(PtpActions, ADirectoryCreatesItByName) {
 class ProgrammerSm : public Kiv::Reactor {
   public:
    explicit ProgrammerSm(Pondo::Ptr<const PtpActions> actions)
-       : ptpActions_(this, std::move(actions), Kiv::on<&ProgrammerSm::on_ptpActions>) {}
+       : ptpActions_(this, std::move(actions), Kiv::onAny<&ProgrammerSm::on_ptpActions>) {}
    std::vector<std::string> programmed;
 
   private:

@@ -161,7 +161,7 @@ TEST(Delivery, ASetterCalledOutsideAnyHandlerReturnsAfterEveryReaction) {
 class ScriptSm : public Kiv::Reactor {
   public:
    explicit ScriptSm(Pondo::Ptr<Chassis> chassis, std::function<void(const Change&)> h = {})
-       : hook(std::move(h)), chassis_(this, std::move(chassis), Kiv::on<&ScriptSm::on_chassis>) {}
+       : hook(std::move(h)), chassis_(this, std::move(chassis), Kiv::onAny<&ScriptSm::on_chassis>) {}
    std::function<void(const Change&)> hook;
    Strings log;
    int maxDepth = 0;
@@ -272,7 +272,7 @@ class ClearingOwnerSm : public Kiv::Reactor {
       enum : Kiv::FieldId { clearer };
    };
    ClearingOwnerSm(Pondo::Ptr<Chassis> chassis, Pondo::Ptr<Summary> summary)
-       : chassis_(this, std::move(chassis), Kiv::on<&ClearingOwnerSm::on_chassis>), summary_(std::move(summary)) {}
+       : chassis_(this, std::move(chassis), Kiv::onAny<&ClearingOwnerSm::on_chassis>), summary_(std::move(summary)) {}
    Strings log;
 
   private:

@@ -77,7 +77,7 @@ class Summary : public Kiv::Entity {
 class SummarySm : public Kiv::Reactor {
   public:
    SummarySm(Pondo::Ptr<const Chassis> chassis, Pondo::Ptr<Summary> summary)
-       : chassis_(this, std::move(chassis), Kiv::on<&SummarySm::on_chassis>), summary_(std::move(summary)) {}
+       : chassis_(this, std::move(chassis), Kiv::onAny<&SummarySm::on_chassis>), summary_(std::move(summary)) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
    std::vector<std::string> log;  // what ran, in order
@@ -112,7 +112,7 @@ class SummarySm : public Kiv::Reactor {
 class SpeedCapSm : public Kiv::Reactor {
   public:
    SpeedCapSm(Pondo::Ptr<Chassis> chassis, int cap)
-       : chassis_(this, std::move(chassis), Kiv::on<&SpeedCapSm::on_chassis>), cap_(cap) {}
+       : chassis_(this, std::move(chassis), Kiv::onAny<&SpeedCapSm::on_chassis>), cap_(cap) {}
    std::vector<std::string> log;  // each speed heard, and whether it was capped
 
   private:
@@ -134,11 +134,13 @@ class PortWatchSm;
 // speed it finds when it is bound to a port, and every new speed.
 class NestedSm_Port : public Kiv::NestedSm<PortWatchSm, const Port> {
   public:
-   using NestedSm::NestedSm;
+   NestedSm_Port(Pondo::Ptr<const Port> port, PortWatchSm* owner)
+       : NestedSm(std::move(port), owner, Kiv::onAny<&NestedSm_Port::onAttribute>,
+                  Kiv::onSelf<&NestedSm_Port::onBinding>) {}
 
   private:
-   void onAttribute(const Kiv::Change& c) override;
-   void onBinding(bool initial) override;
+   void onAttribute(const Kiv::Change& c);
+   void onBinding(const Port* previous, bool initial);
 };
 
 // Keeps one nested machine per port of the chassis, by presence, and logs
@@ -149,7 +151,7 @@ class PortWatchSm : public Kiv::Reactor {
       enum : Kiv::FieldId { portSm };
    };
    explicit PortWatchSm(Pondo::Ptr<const Chassis> chassis)
-       : chassis_(this, std::move(chassis), Kiv::on<&PortWatchSm::on_chassis>) {}
+       : chassis_(this, std::move(chassis), Kiv::onAny<&PortWatchSm::on_chassis>) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
    const NestedSm_Port* portSm(Wyx::IntfId k) const { return portSm_.find(k); }
@@ -178,7 +180,7 @@ class PortWatchSm : public Kiv::Reactor {
 class GenerationSettleSm : public Kiv::Reactor {
   public:
    GenerationSettleSm(Pondo::Ptr<const Chassis> chassis, Kiv::Seconds settle)
-       : chassis_(this, std::move(chassis), Kiv::on<&GenerationSettleSm::on_chassis>), settle_(settle) {}
+       : chassis_(this, std::move(chassis), Kiv::onAny<&GenerationSettleSm::on_chassis>), settle_(settle) {}
    std::vector<std::string> log;  // each settled generation
 
   private:
@@ -203,6 +205,8 @@ inline void NestedSm_Port::onAttribute(const Kiv::Change& c) {
    if (c.field == Port::F::speed) ownerSm()->handleSpeed(notifier()->intf(), c.newAs<int>());
 }
 
-inline void NestedSm_Port::onBinding(bool) { ownerSm()->handleSpeed(notifier()->intf(), notifier()->speed()); }
+inline void NestedSm_Port::onBinding(const Port*, bool) {
+   ownerSm()->handleSpeed(notifier()->intf(), notifier()->speed());
+}
 
 }  // namespace Example

@@ -34,10 +34,10 @@ std::string kindName(const Kiv::Change& c) {
 class ThreeInputSm : public Kiv::Reactor {
   public:
    ThreeInputSm(Pondo::Ptr<const Chassis> a, Pondo::Ptr<const Chassis> b, Pondo::Ptr<const Chassis> extra)
-       : a_(this, std::move(a), Kiv::on<&ThreeInputSm::on_a>, &ThreeInputSm::onSelf_a),
-         b_(this, std::move(b), Kiv::on<&ThreeInputSm::on_b>, &ThreeInputSm::onSelf_b),
-         extra_(Kiv::Input<const Chassis>::Optional{}, this, std::move(extra), Kiv::on<&ThreeInputSm::on_extra>,
-                &ThreeInputSm::onSelf_extra) {}
+       : a_(this, std::move(a), Kiv::onAny<&ThreeInputSm::on_a>, Kiv::onSelf<&ThreeInputSm::onSelf_a>),
+         b_(this, std::move(b), Kiv::onAny<&ThreeInputSm::on_b>, Kiv::onSelf<&ThreeInputSm::onSelf_b>),
+         extra_(Kiv::Input<const Chassis>::Optional{}, this, std::move(extra), Kiv::onAny<&ThreeInputSm::on_extra>,
+                Kiv::onSelf<&ThreeInputSm::onSelf_extra>) {}
 
    void bIs(Pondo::Ptr<const Chassis> b) { b_ = std::move(b); }
    Strings log;
@@ -240,7 +240,7 @@ TEST(Reactor, AWakeUpIsNotInterruptedByTheChangesItMakes) {
    Strings order;
    struct BumpSm : Kiv::Reactor {
       BumpSm(Pondo::Ptr<Chassis> c, Strings* order)
-          : chassis(this, std::move(c), Kiv::on<&BumpSm::on_chassis>), order(order) {}
+          : chassis(this, std::move(c), Kiv::onAny<&BumpSm::on_chassis>), order(order) {}
       void on_chassis(const Kiv::Change& c) {
          if (c.field == Chassis::F::generation)
             order->push_back(fmt::format("heard {}", chassis->generation().counter));
@@ -291,7 +291,7 @@ TEST(Reactor, ShadowKeepsOneNestedMachinePerPresentMember) {
 // from inside the handler that hears of a third.
 class TrimSm : public Kiv::Reactor {
   public:
-   explicit TrimSm(Pondo::Ptr<Chassis> chassis) : chassis_(this, std::move(chassis), Kiv::on<&TrimSm::on_chassis>) {}
+   explicit TrimSm(Pondo::Ptr<Chassis> chassis) : chassis_(this, std::move(chassis), Kiv::onAny<&TrimSm::on_chassis>) {}
    Strings log;
 
   private:
@@ -387,7 +387,7 @@ TEST(Reactor, TeardownRunsOnDestructThenDetachesNestedMachinesThenUnsubscribes) 
 class ThrowingSm : public Kiv::Reactor {
   public:
    ThrowingSm(Pondo::Ptr<const Chassis> c, bool inInitialized)
-       : chassis_(this, std::move(c), Kiv::on<&ThrowingSm::on_chassis>), inInitialized_(inInitialized) {}
+       : chassis_(this, std::move(c), Kiv::onAny<&ThrowingSm::on_chassis>), inInitialized_(inInitialized) {}
 
   private:
    void on_chassis(const Kiv::Change& c) {

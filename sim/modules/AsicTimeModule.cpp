@@ -86,7 +86,7 @@ Fault parseFault(const Scenario& s, const Event& e) {
 class ReadyWatch final : public Kiv::Reactor {
   public:
    ReadyWatch(Pondo::Ptr<const VyrPtp::AsicTimestampFileStatus> status, std::function<void(int)> onFd)
-       : status_(this, std::move(status), Kiv::on<&ReadyWatch::on_status>), onFd_(std::move(onFd)) {}
+       : status_(this, std::move(status), Kiv::onAny<&ReadyWatch::on_status>), onFd_(std::move(onFd)) {}
 
   private:
    void on_status(const Kiv::Change& c) {
@@ -101,7 +101,7 @@ class LatchWatch final : public Kiv::Reactor {
   public:
    LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch,
               std::function<void()> onReadOut)
-       : chip_(this, std::move(chip), Kiv::on<&LatchWatch::on_chip>),
+       : chip_(this, std::move(chip), Kiv::onAny<&LatchWatch::on_chip>),
          onLatch_(std::move(onLatch)),
          onReadOut_(std::move(onReadOut)) {}
 

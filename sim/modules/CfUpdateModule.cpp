@@ -90,9 +90,9 @@ class CfUpdateReporter final : public Kiv::Reactor {
    CfUpdateReporter(Pondo::Ptr<const PlatformCfUpdateInfo> info, Pondo::Ptr<const PtpActions> actions,
                     Pondo::Ptr<const VyrPtp::Programmer::Status> status, std::map<IntfId, Intf>& intfs,
                     const ProgrammerRecords& records, World& world)
-       : info_(this, std::move(info), Kiv::on<&CfUpdateReporter::on_change>),
-         actions_(this, std::move(actions), Kiv::on<&CfUpdateReporter::on_change>),
-         status_(this, std::move(status), Kiv::on<&CfUpdateReporter::on_status>),
+       : info_(this, std::move(info), Kiv::onAny<&CfUpdateReporter::on_change>),
+         actions_(this, std::move(actions), Kiv::onAny<&CfUpdateReporter::on_change>),
+         status_(this, std::move(status), Kiv::onAny<&CfUpdateReporter::on_status>),
          intfs_(intfs),
          records_(records),
          world_(world) {}

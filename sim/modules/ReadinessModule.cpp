@@ -52,7 +52,7 @@ class SimProgrammer final : public Kiv::Reactor {
   public:
    SimProgrammer(ProgrammerDecl decl, std::vector<IntfId> intfs, Pondo::Ptr<const PtpActions> actions,
                  const ProgrammerRecords& records, World& world)
-       : actions_(this, std::move(actions), Kiv::on<&SimProgrammer::on_actions>),
+       : actions_(this, std::move(actions), Kiv::onAny<&SimProgrammer::on_actions>),
          decl_(std::move(decl)),
          intfs_(std::move(intfs)),
          records_(records),
@@ -116,9 +116,9 @@ class ReadinessObserver final : public Kiv::Reactor {
    ReadinessObserver(Pondo::Ptr<const Ptp::HwStatus> readinessHw, Pondo::Ptr<const Ptp::HwStatus> programmerHw,
                      Pondo::Ptr<const VyrPtp::PtpPipelineAggState> pipeline, Pondo::Ptr<const PtpActions> actions,
                      World& world)
-       : readinessHw_(this, std::move(readinessHw), Kiv::on<&ReadinessObserver::on_readinessHw>),
-         programmerHw_(this, std::move(programmerHw), Kiv::on<&ReadinessObserver::on_programmerHw>),
-         pipeline_(this, std::move(pipeline), Kiv::on<&ReadinessObserver::on_pipeline>),
+       : readinessHw_(this, std::move(readinessHw), Kiv::onAny<&ReadinessObserver::on_readinessHw>),
+         programmerHw_(this, std::move(programmerHw), Kiv::onAny<&ReadinessObserver::on_programmerHw>),
+         pipeline_(this, std::move(pipeline), Kiv::onAny<&ReadinessObserver::on_pipeline>),
          actions_(std::move(actions)),
          world_(world) {}
 

@@ -45,9 +45,9 @@ bool isReportChange(const Kiv::Change& c, const Pondo::Publisher* owner, Kiv::Fi
 
 IntfInfoSm::IntfInfoSm(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
                        Pondo::Ptr<const PtpActions> ptpActions, AggregatorSmNi* owner)
-    : NestedSm(std::move(intfInfo), owner),
+    : NestedSm(std::move(intfInfo), owner, Kiv::onAny<&IntfInfoSm::onAttribute>),
       hwIntfStatus_(Kiv::nonNull(hwIntfStatus, "hwIntfStatus")),
-      ptpActions_(this, std::move(ptpActions), Kiv::on<&IntfInfoSm::on_ptpActions>) {}
+      ptpActions_(this, std::move(ptpActions), Kiv::onAny<&IntfInfoSm::on_ptpActions>) {}
 
 // The first pass, once both inputs are bound. The start replays the present
 // reports as additions; they are judged here, once, instead.
@@ -86,8 +86,8 @@ PipelineInfoSm::PipelineInfoSm(Pondo::Ptr<const PtpPipelineInfoStatus> pipelineI
                                Pondo::Ptr<const PtpActions> ptpActions,
                                Pondo::Ptr<PtpPipelineAggState> pipelineAggState, Kiv::Reactor* parent)
     : Kiv::Reactor(parent),
-      pipelineInfoStatus_(this, std::move(pipelineInfoStatus), Kiv::on<&PipelineInfoSm::on_pipelineInfoStatus>),
-      ptpActions_(this, std::move(ptpActions), Kiv::on<&PipelineInfoSm::on_ptpActions>),
+      pipelineInfoStatus_(this, std::move(pipelineInfoStatus), Kiv::onAny<&PipelineInfoSm::on_pipelineInfoStatus>),
+      ptpActions_(this, std::move(ptpActions), Kiv::onAny<&PipelineInfoSm::on_ptpActions>),
       pipelineAggState_(Kiv::nonNull(pipelineAggState, "pipelineAggState")) {}
 
 void PipelineInfoSm::handleInitialized() { updateAggState(); }
@@ -124,8 +124,8 @@ void PipelineInfoSm::updateAggState() {
 AggregatorSmNi::AggregatorSmNi(Pondo::Ptr<Ptp::HwStatus> hwStatus, Pondo::Ptr<const PtpIntfInfoStatus> intfInfoStatus,
                                Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
                                Pondo::Ptr<const PtpActions> ptpActions)
-    : hwStatus_(this, std::move(hwStatus), Kiv::on<&AggregatorSmNi::on_hwStatus>),
-      intfInfoStatus_(this, std::move(intfInfoStatus), Kiv::on<&AggregatorSmNi::on_intfInfoStatus>),
+    : hwStatus_(this, std::move(hwStatus), Kiv::onAny<&AggregatorSmNi::on_hwStatus>),
+      intfInfoStatus_(this, std::move(intfInfoStatus), Kiv::onAny<&AggregatorSmNi::on_intfInfoStatus>),
       pipelineInfoStatus_(Kiv::nonNull(pipelineInfoStatus, "pipelineInfoStatus")),
       ptpActions_(Kiv::nonNull(ptpActions, "ptpActions")) {}
 

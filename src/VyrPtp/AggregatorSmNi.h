@@ -41,7 +41,7 @@ class VYRPTP_EXPORT IntfInfoSm : public Kiv::NestedSm<AggregatorSmNi, const Prog
 
   private:
    void handleInitialized() override;
-   void onAttribute(const Kiv::Change& c) override;
+   void onAttribute(const Kiv::Change& c);
    void on_ptpActions(const Kiv::Change& c);
 
    Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus_;

@@ -63,10 +63,10 @@ EgressTimestampIntfSm::EgressTimestampIntfSm(Pondo::Ptr<const Interface::AllEthP
                                              Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                              Pondo::Ptr<const Ptp::Status> ptpStatus,
                                              Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus)
-    : ethPhyIntfStatus_(this, std::move(ethPhyIntfStatus), Kiv::on<&EgressTimestampIntfSm::on_ethPhyIntfStatus>),
-      lagStatus_(this, std::move(lagStatus), Kiv::on<&EgressTimestampIntfSm::on_lagStatus>),
-      ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::on<&EgressTimestampIntfSm::on_ptpHwConfig>),
-      ptpStatus_(this, std::move(ptpStatus), Kiv::on<&EgressTimestampIntfSm::on_ptpStatus>),
+    : ethPhyIntfStatus_(this, std::move(ethPhyIntfStatus), Kiv::onAny<&EgressTimestampIntfSm::on_ethPhyIntfStatus>),
+      lagStatus_(this, std::move(lagStatus), Kiv::onAny<&EgressTimestampIntfSm::on_lagStatus>),
+      ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::onAny<&EgressTimestampIntfSm::on_ptpHwConfig>),
+      ptpStatus_(this, std::move(ptpStatus), Kiv::onAny<&EgressTimestampIntfSm::on_ptpStatus>),
       egressTimestampIntfStatus_(std::move(egressTimestampIntfStatus)) {}
 
 EgressTimestampIntfSm::~EgressTimestampIntfSm() = default;

@@ -191,7 +191,8 @@ class EgressTimestampIntfSm::MemberSm : public Kiv::NestedSm<EgressTimestampIntf
   public:
    // The owner is checked before the entity.
    MemberSm(EgressTimestampIntfSm* sm, Pondo::Ptr<const E> entity)
-       : Base((Kiv::nonNull(sm, "egressTimestampIntfSm"), Kiv::nonNull(entity, "entity")), sm) {}
+       : Base((Kiv::nonNull(sm, "egressTimestampIntfSm"), Kiv::nonNull(entity, "entity")), sm,
+              Kiv::onAny<&MemberSm::onAttribute>, Kiv::onSelf<&MemberSm::onBinding>) {}
 
   protected:
    virtual void handle() = 0;
@@ -199,10 +200,10 @@ class EgressTimestampIntfSm::MemberSm : public Kiv::NestedSm<EgressTimestampIntf
    const E& entity() const { return *this->notifier(); }
 
   private:
-   void onAttribute(const Kiv::Change& c) override {
+   void onAttribute(const Kiv::Change& c) {
       if (c.field == watched) handle();
    }
-   void onBinding(bool) override {
+   void onBinding(const E*, bool) {
       if (runOnBinding && sm()->initialized()) handle();
    }
 };

@@ -11,7 +11,9 @@ Kiv::Tracer trace{"AdapterSm"};
 // The adapter is checked before the configuration.
 HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter,
                                                                       Pondo::Ptr<const Ptp::HwIntfConfig> config)
-    : NestedSm((Kiv::nonNull(adapter, "adapter"), Kiv::nonNull(config, "config")), adapter), intfId_(intfId) {}
+    : NestedSm((Kiv::nonNull(adapter, "adapter"), Kiv::nonNull(config, "config")), adapter,
+               Kiv::onAny<&NestedSm_PtpHwIntfConfig::onAttribute>),
+      intfId_(intfId) {}
 
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onAttribute(const Kiv::Change& c) {
    switch (c.field) {
@@ -45,8 +47,8 @@ void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::processChanges() {
 HwConfigAdapterSm::HwConfigAdapterSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                      Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
                                      Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig)
-    : ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::on<&HwConfigAdapterSm::on_ptpHwConfig>),
-      vcsd_(this, std::move(vcsd), Kiv::on<&HwConfigAdapterSm::on_vcsd>),
+    : ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::onAny<&HwConfigAdapterSm::on_ptpHwConfig>),
+      vcsd_(this, std::move(vcsd), Kiv::onAny<&HwConfigAdapterSm::on_vcsd>),
       outputPtpHwConfig_(std::move(outputPtpHwConfig)) {}
 
 HwConfigAdapterSm::~HwConfigAdapterSm() = default;

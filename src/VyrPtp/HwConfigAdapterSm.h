@@ -78,7 +78,7 @@ class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::NestedSm<HwConfi
    void handleDisableManagementMessageForwarding();
 
   private:
-   void onAttribute(const Kiv::Change& c) override;
+   void onAttribute(const Kiv::Change& c);
    void onConstruct() override;
    void onDestruct() override;
    void processChanges();

@@ -9,7 +9,8 @@ Kiv::Tracer trace{"ProgrammerAggregatorSm"};
 // --- NestedSm_IntfStatus ---
 
 NestedSm_IntfStatus::NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator)
-    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), Kiv::nonNull(aggregator, "aggregator")) {}
+    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), Kiv::nonNull(aggregator, "aggregator"),
+               Kiv::onAny<&NestedSm_IntfStatus::onAttribute>) {}
 
 // Judged under the key of the report now watched, which notifierIs may have changed.
 void NestedSm_IntfStatus::onAttribute(const Kiv::Change& c) {
@@ -19,7 +20,7 @@ void NestedSm_IntfStatus::onAttribute(const Kiv::Change& c) {
 // --- AggregatorSm ---
 
 AggregatorSm::AggregatorSm(Pondo::Ptr<const Status> programmerStatus, Pondo::Ptr<Ptp::HwStatus> hwStatus)
-    : programmerStatus_(this, std::move(programmerStatus), Kiv::on<&AggregatorSm::on_programmerStatus>),
+    : programmerStatus_(this, std::move(programmerStatus), Kiv::onAny<&AggregatorSm::on_programmerStatus>),
       hwStatus_(Kiv::nonNull(hwStatus, "hwStatus")) {}
 
 // Entries left from an earlier life are dropped; the reports rebuild the rest.

@@ -24,7 +24,7 @@ class VYRPTP_EXPORT NestedSm_IntfStatus : public Kiv::NestedSm<AggregatorSm, con
    auto fixedArgs() const { return std::make_tuple(Pondo::Ptr<const IntfInfo>(notifier()), ownerSm()); }
 
   private:
-   void onAttribute(const Kiv::Change& c) override;
+   void onAttribute(const Kiv::Change& c);
 };
 
 class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {

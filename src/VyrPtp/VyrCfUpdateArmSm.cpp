@@ -33,13 +33,14 @@ bool enablesAny(const PlatformCfUpdateIntfInfo& info) {
 
 NestedSm_IntfInfo::NestedSm_IntfInfo(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo,
                                      VyrCfUpdateLogicalFapArmSm* owner)
-    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), owner) {}
+    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), owner, Kiv::onAny<&NestedSm_IntfInfo::onAttribute>,
+               Kiv::onSelf<&NestedSm_IntfInfo::onBinding>) {}
 
 void NestedSm_IntfInfo::onAttribute(const Kiv::Change& c) {
    if (c.field == PlatformCfUpdateIntfInfo::F::generation) program();
 }
 
-void NestedSm_IntfInfo::onBinding(bool) {
+void NestedSm_IntfInfo::onBinding(const PlatformCfUpdateIntfInfo*, bool) {
    if (intfInfo()) program();
 }
 
@@ -53,7 +54,7 @@ VyrCfUpdateLogicalFapArmSm::VyrCfUpdateLogicalFapArmSm(
     Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus)
     : cfUpdateLogicalFapInfo_(this, Kiv::nonNull(cfUpdateLogicalFapInfo, "cfUpdateLogicalFapInfo"),
-                              Kiv::on<&VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo>),
+                              Kiv::onAny<&VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo>),
       statebaseEm_(std::move(statebaseEm)),
       cfUpdateStatus_(Kiv::nonNull(cfUpdateStatus, "cfUpdateStatus")) {}
 
@@ -160,7 +161,7 @@ void NestedSm_LogicalFapStatusWatcher::onAttribute(const Kiv::Change& c) {
 VyrCfUpdateArmSm::VyrCfUpdateArmSm(Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo,
                                    Pondo::Ptr<Statebase::EntityManager> statebaseEm,
                                    Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus)
-    : cfUpdateInfo_(this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"), Kiv::on<&VyrCfUpdateArmSm::on_cfUpdateInfo>),
+    : cfUpdateInfo_(this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"), Kiv::onAny<&VyrCfUpdateArmSm::on_cfUpdateInfo>),
       statebaseEm_(std::move(statebaseEm)),
       programmerStatus_(Kiv::nonNull(programmerStatus, "programmerStatus")) {}
 

@@ -29,8 +29,8 @@ class VYRPTP_EXPORT NestedSm_IntfInfo final
    const PlatformCfUpdateIntfInfo* intfInfo() const { return notifier(); }
 
   private:
-   void onAttribute(const Kiv::Change& c) override;
-   void onBinding(bool initial) override;
+   void onAttribute(const Kiv::Change& c);
+   void onBinding(const PlatformCfUpdateIntfInfo* previous, bool initial);
    void program() const;
 };
 
@@ -92,11 +92,12 @@ class VYRPTP_EXPORT VyrCfUpdateLogicalFapArmSm final : public Kiv::Reactor {
 class VYRPTP_EXPORT NestedSm_LogicalFapStatusWatcher final
     : public Kiv::NestedSm<VyrCfUpdateArmSm, const CfUpdateProgrammedStatus> {
   public:
-   using NestedSm::NestedSm;
+   NestedSm_LogicalFapStatusWatcher(Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner)
+       : NestedSm(std::move(status), owner, Kiv::onAny<&NestedSm_LogicalFapStatusWatcher::onAttribute>) {}
    auto fixedArgs() const { return std::make_tuple(Pondo::Ptr<const CfUpdateProgrammedStatus>(notifier()), ownerSm()); }
 
   private:
-   void onAttribute(const Kiv::Change& c) override;
+   void onAttribute(const Kiv::Change& c);
 };
 
 class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {

@@ -21,9 +21,9 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel)
     : logicalFapId_(logicalFapId),
       egressTimestampIntfStatus_(this, Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus"),
-                                 Kiv::on<&VyrEgressTsArmLogicalFapSm::on_egressTimestampIntfStatus>),
+                                 Kiv::onAny<&VyrEgressTsArmLogicalFapSm::on_egressTimestampIntfStatus>),
       tsLogicalFapInfo_(this, Kiv::nonNull(tsLogicalFapInfo, "tsLogicalFapInfo"),
-                        Kiv::on<&VyrEgressTsArmLogicalFapSm::on_tsLogicalFapInfo>),
+                        Kiv::onAny<&VyrEgressTsArmLogicalFapSm::on_tsLogicalFapInfo>),
       timestampFetcher_(Kiv::nonNull(timestampFetcher, "timestampFetcher")),
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
@@ -281,9 +281,9 @@ VyrEgressTsPollingAdapterSm::VyrEgressTsPollingAdapterSm(
     Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,
     Pondo::Ptr<EgressTimestampIntfStatus> outputEgressTsIntfStatus)
     : ptpTimestampLocationConfig_(this, Kiv::nonNull(ptpTimestampLocationConfig, "ptpTimestampLocationConfig"),
-                                  Kiv::on<&VyrEgressTsPollingAdapterSm::on_ptpTimestampLocationConfig>),
+                                  Kiv::onAny<&VyrEgressTsPollingAdapterSm::on_ptpTimestampLocationConfig>),
       inputEgressTsIntfStatus_(this, Kiv::nonNull(inputEgressTsIntfStatus, "inputEgressTsIntfStatus"),
-                               Kiv::on<&VyrEgressTsPollingAdapterSm::on_inputEgressTsIntfStatus>),
+                               Kiv::onAny<&VyrEgressTsPollingAdapterSm::on_inputEgressTsIntfStatus>),
       outputEgressTsIntfStatus_(Kiv::nonNull(outputEgressTsIntfStatus, "outputEgressTsIntfStatus")) {}
 
 // An entry's appearance, removal and location changes count; its copied facts do not.
@@ -355,7 +355,7 @@ VyrEgressTsArmAggregateSm::VyrEgressTsArmAggregateSm(
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint)
     : egressTimestampIntfStatus_(Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus")),
       tsInterfaceInfo_(this, Kiv::nonNull(tsInterfaceInfo, "tsInterfaceInfo"),
-                       Kiv::on<&VyrEgressTsArmAggregateSm::on_tsInterfaceInfo>),
+                       Kiv::onAny<&VyrEgressTsArmAggregateSm::on_tsInterfaceInfo>),
       timeSyncConfig_(std::move(timeSyncConfig)),
       timeSyncStatus_(std::move(timeSyncStatus)),
       statebaseEm_(std::move(statebaseEm)),

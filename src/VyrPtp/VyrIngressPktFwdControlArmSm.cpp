@@ -12,7 +12,7 @@ Kiv::Tracer trace{"VyrIngressPktFwdControlArmSm"};
 
 VyrIngressPktFwdControlArmSm::VyrIngressPktFwdControlArmSm(Pondo::Ptr<const PlatformGlobalChipInfo> globalChipInfo,
                                                            Pondo::Ptr<Statebase::EntityManager> statebaseEm)
-    : globalChipInfo_(this, std::move(globalChipInfo), Kiv::on<&VyrIngressPktFwdControlArmSm::on_globalChipInfo>),
+    : globalChipInfo_(this, std::move(globalChipInfo), Kiv::onAny<&VyrIngressPktFwdControlArmSm::on_globalChipInfo>),
       statebaseEm_(std::move(statebaseEm)) {}
 
 // Members arriving while the machine is built are left to handleInitialized.

@@ -34,19 +34,20 @@ VyrPtpHwStatusFapSm::VyrPtpHwStatusFapSm(
     Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig, bool timeSyncSupported,
     Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
     : unitPortFapInfo_(Kiv::Input<const PlatformUnitPortFapInfo>::Optional{}, this, std::move(unitPortFapInfo),
-                       Kiv::on<&VyrPtpHwStatusFapSm::on_unitPortFapInfo>),
-      ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), Kiv::on<&VyrPtpHwStatusFapSm::on_ptpHwConfig>),
+                       Kiv::onAny<&VyrPtpHwStatusFapSm::on_unitPortFapInfo>),
+      ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), Kiv::onAny<&VyrPtpHwStatusFapSm::on_ptpHwConfig>),
       externalPhyTimestampLocationConfig_(
           this, Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig"),
-          Kiv::on<&VyrPtpHwStatusFapSm::on_externalPhyTimestampLocationConfig>),
+          Kiv::onAny<&VyrPtpHwStatusFapSm::on_externalPhyTimestampLocationConfig>),
       timeSyncSupported_(timeSyncSupported),
       ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")),
       ptpTimestampingStatus_(Kiv::Input<const PtpTimestampStatus>::Optional{}, this, nullptr,
-                             Kiv::on<&VyrPtpHwStatusFapSm::on_ptpTimestampingStatus>),
+                             Kiv::onAny<&VyrPtpHwStatusFapSm::on_ptpTimestampingStatus>),
       timeSyncStatus_(Kiv::Input<const PtpTimeSync::SwitchStatus>::Optional{}, this, nullptr,
-                      Kiv::on<&VyrPtpHwStatusFapSm::on_timeSyncStatus>, &VyrPtpHwStatusFapSm::onTimeSyncStatus),
+                      Kiv::onAny<&VyrPtpHwStatusFapSm::on_timeSyncStatus>,
+                      Kiv::onSelf<&VyrPtpHwStatusFapSm::onTimeSyncStatus>),
       asicTimestampFileStatus_(Kiv::Input<const AsicTimestampFileStatus>::Optional{}, this, nullptr,
-                               Kiv::on<&VyrPtpHwStatusFapSm::on_asicTimestampFileStatus>) {}
+                               Kiv::onAny<&VyrPtpHwStatusFapSm::on_asicTimestampFileStatus>) {}
 
 bool VyrPtpHwStatusFapSm::chipHas(IntfId intfId) const {
    return unitPortFapInfo_ && unitPortFapInfo_->intfInfo(intfId);
@@ -267,14 +268,14 @@ VyrPtpHwStatusSm::VyrPtpHwStatusSm(Pondo::Ptr<const PlatformUnitPortInfo> unitPo
                                    Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir,
                                    Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir, bool timeSyncSupported,
                                    Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
-    : unitPortInfo_(this, Kiv::nonNull(unitPortInfo, "unitPortInfo"), Kiv::on<&VyrPtpHwStatusSm::on_unitPortInfo>),
+    : unitPortInfo_(this, Kiv::nonNull(unitPortInfo, "unitPortInfo"), Kiv::onAny<&VyrPtpHwStatusSm::on_unitPortInfo>),
       ptpHwConfig_(Kiv::nonNull(ptpHwConfig, "ptpHwConfig")),
       externalPhyTimestampLocationConfig_(
           Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig")),
       ptpTimestampingStatusDir_(this, Kiv::nonNull(ptpTimestampingStatusDir, "ptpTimestampingStatusDir"),
-                                Kiv::on<&VyrPtpHwStatusSm::on_ptpTimestampingStatusDir>),
+                                Kiv::onAny<&VyrPtpHwStatusSm::on_ptpTimestampingStatusDir>),
       timeSyncHwStatusDir_(this, Kiv::nonNull(timeSyncHwStatusDir, "timeSyncHwStatusDir"),
-                           Kiv::on<&VyrPtpHwStatusSm::on_timeSyncHwStatusDir>),
+                           Kiv::onAny<&VyrPtpHwStatusSm::on_timeSyncHwStatusDir>),
       timeSyncSupported_(timeSyncSupported),
       ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")) {}
 

@@ -183,10 +183,11 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
      public:
       NestedSm_TimeSyncHwStatus(Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner,
                                 Pondo::String sliceName)
-          : NestedSm(std::move(hwStatus), owner), sliceName_(std::move(sliceName)) {}
+          : NestedSm(std::move(hwStatus), owner, Kiv::onAny<&NestedSm_TimeSyncHwStatus::onAttribute>),
+            sliceName_(std::move(sliceName)) {}
 
      private:
-      void onAttribute(const Kiv::Change& c) override;
+      void onAttribute(const Kiv::Change& c);
       void chipChanged(const Pondo::String& chipName);
 
       Pondo::String sliceName_;

@@ -23,13 +23,13 @@ VyrPtpLocationSm::VyrPtpLocationSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                    Pondo::Ptr<PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
                                    Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig,
                                    Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus)
-    : ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), Kiv::on<&VyrPtpLocationSm::on_ptpHwConfig>),
+    : ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), Kiv::onAny<&VyrPtpLocationSm::on_ptpHwConfig>),
       externalPhyTimestampLocationConfig_(
           Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig")),
       ptpTimeSyncConfig_(this, Kiv::nonNull(ptpTimeSyncConfig, "ptpTimeSyncConfig"),
-                         Kiv::on<&VyrPtpLocationSm::on_ptpTimeSyncConfig>),
+                         Kiv::onAny<&VyrPtpLocationSm::on_ptpTimeSyncConfig>),
       egressTimestampIntfStatus_(this, Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus"),
-                                 Kiv::on<&VyrPtpLocationSm::on_egressTimestampIntfStatus>) {}
+                                 Kiv::onAny<&VyrPtpLocationSm::on_egressTimestampIntfStatus>) {}
 
 // The initial pass is left to onConstruct, which walks every configured interface.
 void VyrPtpLocationSm::on_ptpHwConfig(const Kiv::Change& c) {

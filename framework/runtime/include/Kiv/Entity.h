@@ -16,10 +16,12 @@
 //   };
 #pragma once
 
+#include <array>
 #include <map>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <unordered_map>
@@ -51,6 +53,19 @@ const P& nonNull(const P& p, const char* argument) {
 class CollectionBase;
 class Reactor;
 
+// How generated accessors return a value and setters take one: small plain
+// values by value, anything else by const reference.
+template <class T>
+using Pass = std::conditional_t<std::is_trivially_copyable_v<T> && sizeof(T) <= 16, T, const T&>;
+// The typed identity of attribute or collection `Id` of entity type `E`,
+// holding `V` (for a collection, the collection type): what typed bindings name.
+template <class E, class V, FieldId Id>
+struct Field {
+   using Entity = E;
+   using Value = V;
+   static constexpr FieldId id = Id;
+};
+
 // Makes an entity, the maker behind every factory. A state machine is also
 // started: its inputs are bound in declaration order, `handleInitialized` and
 // `onConstruct` run, and its notifications are switched on.
@@ -76,7 +91,7 @@ class Entity : public Pondo::Publisher {
          return;
       }
       V old = std::exchange(slot, value);
-      publish(Change{this, field, Change::Kind::attribute, nullptr, &old, &value, &kLayout<V>});
+      publish(Change{this, field, Change::Kind::attribute, 0, nullptr, &old, &value, &kLayout<V>});
    }
 
   private:
@@ -129,15 +144,15 @@ class CollectionBase {
          for (const auto& k : n->keys()) {
             if (!n->contains(k)) continue;
             Pondo::Kept m = hold(n, k);
-            to.onChange(Change{n->owner_, n->field_, Change::Kind::added, &k, nullptr, m.get(), &C::kLayout});
+            to.onChange(Change{n->owner_, n->field_, Change::Kind::added, 0, &k, nullptr, m.get(), &C::kLayout});
          }
       }
       if (p) {
          for (const auto& k : p->keys()) {
             if ((n && n->contains(k)) || !p->contains(k)) continue;
             Pondo::Kept m = hold(p, k);
-            to.onChange(
-                Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, &k, m.get(), nullptr, &C::kLayout});
+            to.onChange(Change{n ? n->owner_ : nullptr, p->field_, Change::Kind::removed, 0, &k, m.get(), nullptr,
+                               &C::kLayout});
          }
       }
    }
@@ -147,7 +162,7 @@ class CollectionBase {
    void publish(Change::Kind kind, const void* key, const void* oldValue, const void* newValue,
                 const Pondo::ChangeLayout& layout) {
       if (kind != Change::Kind::changed) ++modifications_;
-      owner_->publish(Change{owner_, field_, kind, key, oldValue, newValue, &layout});
+      owner_->publish(Change{owner_, field_, kind, 0, key, oldValue, newValue, &layout});
    }
    Entity* owner() const { return owner_; }
 
@@ -245,6 +260,7 @@ class Collection final : public CollectionBase {
    using Map = std::map<K, Pondo::Ptr<E>>;
 
   public:
+   using key_type = K;
    using CollectionBase::CollectionBase;
    using iterator = detail::CheckedIterator<typename Map::const_iterator, typename Map::value_type, detail::AsPair>;
 
@@ -339,6 +355,7 @@ class Collection final : public CollectionBase {
 template <class K, class V, class Store = std::map<K, V>>
 class Map final : public CollectionBase {
   public:
+   using key_type = K;
    using CollectionBase::CollectionBase;
    using iterator = detail::CheckedIterator<typename Store::const_iterator, typename Store::value_type, detail::AsPair>;
 
@@ -395,6 +412,7 @@ class Set final : public CollectionBase {
    using Store = std::set<K>;
 
   public:
+   using key_type = K;
    using CollectionBase::CollectionBase;
    using iterator = detail::CheckedIterator<typename Store::const_iterator, K, detail::Identity>;
 

@@ -1,21 +1,20 @@
 // State machines (reactors) and their inputs.
 //
 // A reactor declares one Kiv::Input per watched entity, in the order its
-// description gives them, each with its handler:
+// description gives them, each with its bindings:
 //
 //   class PipelineInfoSm : public Kiv::Reactor {
-//      Kiv::Input<const PtpActions> ptpActions_{this, std::move(actions), Kiv::on<&PipelineInfoSm::on_ptpActions>};
-//      void on_ptpActions(const Kiv::Change& c) {
-//         if (c.field == PtpActions::F::generation) updateAggState();
-//      }
+//      Kiv::Input<const PtpActions> ptpActions_{
+//          this, std::move(actions), Kiv::on<PtpActions::generation_t, &PipelineInfoSm::updateAggState>};
+//      void updateAggState();
 //   };
 //
-// The handler hears every change of the input's attributes, of the members of
-// its collections and inside those members (`c.source` tells whose attribute
-// it is). Kiv::make<Sm>(...) builds the machine, binds its inputs in
-// declaration order, calls handleInitialized() once every required input is
-// present (now, or when an assignment completes them), runs onConstruct() and
-// switches notifications on. Nested machines that shadow a collection:
+// The bindings (below) name the handlers of the input's attributes, of the
+// members of its collections and of attributes inside those members.
+// Kiv::make<Sm>(...) builds the machine, binds its inputs in declaration order,
+// calls handleInitialized() once every required input is present (now, or
+// when an assignment completes them), runs onConstruct() and switches
+// notifications on. Nested machines that shadow a collection:
 // Kiv::NestedSm and Kiv::shadow, below.
 //
 // The contract:
@@ -55,24 +54,102 @@ class Reactor;
 namespace detail {
 template <class M>
 struct MemberOf;
-template <class C>
-struct MemberOf<void (C::*)(const Change&)> {
+template <class C, class R, class... A>
+struct MemberOf<R (C::*)(A...)> {
    using Class = C;
+};
+template <auto H>
+using SmOf = typename MemberOf<decltype(H)>::Class;
+template <class V>
+concept Keyed = requires {
+   typename V::key_type;
 };
 }  // namespace detail
 
-// A machine's member `H`, void (Sm::*)(const Kiv::Change&), bound as the
-// handler of an input: `Kiv::on<&Sm::on_cell>`. The watched entity calls it
-// through a plain function made for it, as cheap as a callback list's call.
-template <auto H>
+// Bindings: which handler of a machine hears which changes of an input. The
+// input dispatches each change to its bindings in declaration order through
+// one plain function made for them, so no handler switches on field ids.
+//
+//   Kiv::on<X::a_t, &Sm::h>   attribute `a` of the input changed:
+//                             h() or h(const V& old, const V& now);
+//   Kiv::on<X::c_t, &Sm::h>   member of collection, map or set `c` of the input
+//                             added, changed or removed: h(const K& key);
+//   Kiv::on<Kiv::Inside<X::c_t, M::a_t>, &Sm::h>
+//                             attribute `a` of a member of `c` changed:
+//                             h(const M& member) or h(const M&, const V& old, const V& now);
+//   Kiv::onAny<&Sm::h>        every change: h(const Kiv::Change&);
+//   Kiv::onSelf<&Sm::h>       the input was bound (at the start, initial true,
+//                             or by assignment): h(T* previous, bool initial).
+template <class Collection, class Attribute>
+struct Inside {};
+
+template <class F, auto H>
 struct On {
-   using Sm = typename detail::MemberOf<decltype(H)>::Class;
-   static constexpr Pondo::Publisher::Handler handler() {
-      return [](Pondo::Receiver* r, const Change& c) { (static_cast<Sm*>(r)->*H)(c); };
+   static void deliver(Pondo::Receiver* r, const Change& c) {
+      if (c.depth != 0 || c.field != F::id) return;
+      auto* sm = static_cast<detail::SmOf<H>*>(r);
+      using V = typename F::Value;
+      if constexpr (detail::Keyed<V>) {
+         (sm->*H)(c.keyAs<typename V::key_type>());
+      } else if constexpr (std::is_invocable_v<decltype(H), decltype(sm), const V&, const V&>) {
+         (sm->*H)(c.oldAs<V>(), c.newAs<V>());
+      } else {
+         (sm->*H)();
+      }
+   }
+};
+template <class C, class A, auto H>
+struct On<Inside<C, A>, H> {
+   static void deliver(Pondo::Receiver* r, const Change& c) {
+      if (c.depth != 1 || c.field != A::id || c.source->ownerField() != C::id) return;
+      auto* sm = static_cast<detail::SmOf<H>*>(r);
+      const auto& member = static_cast<const typename A::Entity&>(*c.source);
+      using V = typename A::Value;
+      if constexpr (std::is_invocable_v<decltype(H), decltype(sm), decltype(member), const V&, const V&>) {
+         (sm->*H)(member, c.oldAs<V>(), c.newAs<V>());
+      } else {
+         (sm->*H)(member);
+      }
+   }
+};
+template <class F, auto H>
+inline constexpr On<F, H> on{};
+
+template <auto H>
+struct OnAny {
+   static void deliver(Pondo::Receiver* r, const Change& c) { (static_cast<detail::SmOf<H>*>(r)->*H)(c); }
+};
+template <auto H>
+inline constexpr OnAny<H> onAny{};
+
+template <auto H>
+struct OnSelf {
+   static void deliver(Pondo::Receiver*, const Change&) {}
+   template <class T>
+   static void self(Reactor* r, T* previous, bool initial) {
+      (static_cast<detail::SmOf<H>*>(r)->*H)(previous, initial);
    }
 };
 template <auto H>
-inline constexpr On<H> on{};
+inline constexpr OnSelf<H> onSelf{};
+
+namespace detail {
+// The self handler among bindings `B`, or null.
+template <class T, class... B>
+constexpr auto selfHandler() {
+   void (*h)(Reactor*, T*, bool) = nullptr;
+   (
+       [&h] {
+          if constexpr (requires { &B::template self<T>; }) h = &B::template self<T>;
+       }(),
+       ...);
+   return h;
+}
+template <class... B>
+void dispatch(Pondo::Receiver* r, const Change& c) {
+   (B::deliver(r, c), ...);
+}
+}  // namespace detail
 
 // An input registers its owner's handler with the watched entity, which calls
 // it directly while the owner's notifications are on.
@@ -107,22 +184,17 @@ class InputBase {
 template <class T>
 class Input final : public InputBase {
   public:
-   using SelfHandler = void (Reactor::*)(T* previous, bool initial);
+   using SelfHandler = void (*)(Reactor*, T* previous, bool initial);
 
-   template <class Owner, auto H>
-   Input(Owner* owner, Pondo::Ptr<T> entity, On<H> onChange, void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, true, onChange.handler()),
-         entity_(std::move(entity)),
-         onSelf_(static_cast<SelfHandler>(onSelf)) {}
+   // Watches `entity` (which may be null) with `bindings` (Kiv::on and the like).
+   template <class Owner, class... B>
+   Input(Owner* owner, Pondo::Ptr<T> entity, B... bindings) : Input(true, owner, std::move(entity), bindings...) {}
 
    // An input that may stay absent without holding back handleInitialized().
    struct Optional {};
-   template <class Owner, auto H>
-   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, On<H> onChange,
-         void (Owner::*onSelf)(T* previous, bool initial) = nullptr)
-       : InputBase(owner, false, onChange.handler()),
-         entity_(std::move(entity)),
-         onSelf_(static_cast<SelfHandler>(onSelf)) {}
+   template <class Owner, class... B>
+   Input(Optional, Owner* owner, Pondo::Ptr<T> entity, B... bindings)
+       : Input(false, owner, std::move(entity), bindings...) {}
 
    ~Input() { unsubscribe(entity_.get()); }
 
@@ -142,11 +214,17 @@ class Input final : public InputBase {
    }
 
   private:
+   template <class... B>
+   Input(bool required, Reactor* owner, Pondo::Ptr<T> entity, B...)
+       : InputBase(owner, required, &detail::dispatch<B...>),
+         entity_(std::move(entity)),
+         onSelf_(detail::selfHandler<T, B...>()) {}
+
    const Pondo::Publisher* entity() const override { return entity_.get(); }
    void selfHandler(const Pondo::Publisher* previous, bool initial) override;
 
    Pondo::Ptr<T> entity_;
-   SelfHandler onSelf_ = nullptr;
+   SelfHandler onSelf_;
 };
 
 // The receiver comes first, so that a handler is called on the machine's own
@@ -192,27 +270,28 @@ void Input<T>::selfHandler(const Pondo::Publisher* previous, bool initial) {
    Reactor* r = owner();
    const SelfHandler h = onSelf_;
    T* p = static_cast<T*>(const_cast<Pondo::Publisher*>(previous));
-   r->run([r, h, p, initial] { (r->*h)(p, initial); });
+   r->run([r, h, p, initial] { h(r, p, initial); });
 }
 
 // A nested machine: watches one entity, its notifier (usually a member of a
-// collection that its owner watches), on behalf of the machine that owns it,
-// and hands every change of the notifier to onAttribute(). The owner keeps its
-// nested machines in a collection keyed like the one they shadow.
+// collection that its owner watches), on behalf of the machine that owns it.
+// Its bindings are its onAttribute: each forwards a change of the notifier to
+// an operation of the owner. The owner keeps its nested machines in a
+// collection keyed like the one they shadow.
 //
 //   class NestedSm_IntfStatus : public Kiv::NestedSm<AggregatorSm, const IntfInfo> {
 //     public:
-//      using NestedSm::NestedSm;
+//      NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> info, AggregatorSm* owner)
+//          : NestedSm(std::move(info), owner, Kiv::on<IntfInfo::generation_t, &NestedSm_IntfStatus::onGeneration>) {}
 //     private:
-//      void onAttribute(const Kiv::Change& c) override {
-//         if (c.field == IntfInfo::F::generation) ownerSm()->handleIntfStatus(notifier()->key());
-//      }
+//      void onGeneration() { ownerSm()->handleIntfStatus(notifier()->intf()); }
 //   };
 template <class Owner, class T>
 class NestedSm : public Reactor {
   public:
-   NestedSm(Pondo::Ptr<T> notifier, Owner* owner)
-       : Reactor(owner), notifier_(this, std::move(notifier), on<&NestedSm::onNotifier>, &NestedSm::onNotifierBound) {}
+   template <class... B>
+   NestedSm(Pondo::Ptr<T> notifier, Owner* owner, B... bindings)
+       : Reactor(owner), notifier_(this, std::move(notifier), bindings...) {}
 
    // The owning machine (not counted); null once it has gone.
    Owner* ownerSm() const { return static_cast<Owner*>(parent()); }
@@ -220,17 +299,7 @@ class NestedSm : public Reactor {
    // Attaches the machine to another entity, like replacing any input.
    void notifierIs(Pondo::Ptr<T> n) { notifier_ = std::move(n); }
 
-  protected:
-   // One change of the notifier: `c.field` names the attribute, `c.newValue`
-   // points at its value.
-   virtual void onAttribute(const Change& c) = 0;
-   // The notifier has been bound: at the start, or by notifierIs.
-   virtual void onBinding(bool /*initial*/) {}
-
   private:
-   void onNotifier(const Change& c) { onAttribute(c); }
-   void onNotifierBound(T*, bool initial) { onBinding(initial); }
-
    Input<T> notifier_;
 };
 

@@ -30,13 +30,18 @@ struct ChangeLayout {
 //    oldValue/newValue at the member before/after (null where there is none).
 // Key and values are those published, whatever handlers have changed since.
 // `source` is the entity whose attribute changed; a change inside a member of a
-// collection is also delivered to the owner's subscribers with the same record.
+// collection is also delivered to the owner's subscribers, as the same record
+// one `depth` further up.
 struct Change {
    enum class Kind : std::uint8_t { attribute, added, changed, removed };
 
    const Publisher* source;
    FieldId field;
    Kind kind = Kind::attribute;
+   // How many owners up from `source` it is being delivered: 0 to the
+   // source's own subscribers, 1 to those of the entity whose collection holds
+   // it, and so on.
+   std::uint8_t depth = 0;
    const void* key = nullptr;
    const void* oldValue = nullptr;
    const void* newValue = nullptr;
@@ -253,7 +258,11 @@ class Publisher : public Object {
       } catch (...) {
          handlerThrew(*subs_[i].target);
       }
-      if (owner_) owner_->publish(c);
+      if (owner_) {
+         Change up = c;
+         ++up.depth;
+         owner_->publish(up);
+      }
    }
    // Queues `c` behind the change being delivered.
    void wait(const Change& c) const;
