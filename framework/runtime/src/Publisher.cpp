@@ -109,6 +109,12 @@ void Receiver::idle() {
 
 void Publisher::onChange(Receiver* r, const Change& c) { static_cast<Subscriber*>(r)->onChange(c); }
 
+void Publisher::forward(const Change& c) const {
+   Change up = c;
+   ++up.depth;
+   owner_->publish(up);
+}
+
 void Publisher::wait(const Change& c) const {
    state_ += kQueued;
    waiting().push_back({this, nullptr, nullptr, HeldChange(c)});

@@ -11,6 +11,7 @@ class Dir : public Entity {
    struct F {
       enum : FieldId { name, entityPtr };
    };
+   using entityPtr_t = Field<Dir, Map<Pondo::String, Pondo::Ptr<Entity>>, F::entityPtr>;
 
    explicit Dir(Pondo::String name) : name_(std::move(name)) {}
    const Pondo::String& name() const { return name_; }

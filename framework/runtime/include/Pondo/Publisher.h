@@ -258,12 +258,10 @@ class Publisher : public Object {
       } catch (...) {
          handlerThrew(*subs_[i].target);
       }
-      if (owner_) {
-         Change up = c;
-         ++up.depth;
-         owner_->publish(up);
-      }
+      if (owner_) forward(c);
    }
+   // Delivers `c` to the owner's subscribers, one depth further up.
+   void forward(const Change& c) const;
    // Queues `c` behind the change being delivered.
    void wait(const Change& c) const;
    // Queues `c` for the receiver of `e`, whose handler is running.
