@@ -36,6 +36,19 @@ namespace Kiv {
 using Pondo::Change;
 using Pondo::FieldId;
 
+// How generated accessors return a value and setters take one: small plain
+// values by value, anything else by const reference.
+template <class T>
+using Pass = std::conditional_t<std::is_trivially_copyable_v<T> && sizeof(T) <= 16, T, const T&>;
+// The typed identity of attribute or collection `Id` of entity type `E`,
+// holding `V` (for a collection, the collection type): what typed bindings name.
+template <class E, class V, FieldId Id>
+struct Field {
+   using Entity = E;
+   using Value = V;
+   static constexpr FieldId id = Id;
+};
+
 // Raised by collection mutators for a null entity argument or for re-creating
 // a member with different fixed arguments; the message names the argument or
 // the attribute.
