@@ -66,19 +66,6 @@ const P& nonNull(const P& p, const char* argument) {
 class CollectionBase;
 class Reactor;
 
-// How generated accessors return a value and setters take one: small plain
-// values by value, anything else by const reference.
-template <class T>
-using Pass = std::conditional_t<std::is_trivially_copyable_v<T> && sizeof(T) <= 16, T, const T&>;
-// The typed identity of attribute or collection `Id` of entity type `E`,
-// holding `V` (for a collection, the collection type): what typed bindings name.
-template <class E, class V, FieldId Id>
-struct Field {
-   using Entity = E;
-   using Value = V;
-   static constexpr FieldId id = Id;
-};
-
 // Makes an entity, the maker behind every factory. A state machine is also
 // started: its inputs are bound in declaration order, `handleInitialized` and
 // `onConstruct` run, and its notifications are switched on.
