@@ -1,7 +1,8 @@
-// A small entity family and state machines showing the framework's pattern:
-// a machine copying members into an output, one keeping a nested machine per
-// member, one writing into its own input, and one acting on a timer and
-// tracing what it does. Used by the framework tests.
+// State machines showing the framework's pattern, over the entities of
+// Example.kiv: a machine copying members into an output, one keeping a nested
+// machine per member, one writing into its own input, and one acting on a
+// timer and tracing what it does. Each binds typed handlers to the fields it
+// watches (Kiv::on). Used by the framework tests.
 #pragma once
 
 #include <fmt/format.h>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Example.h"
 #include "Kiv/Activity.h"
 #include "Kiv/Reactor.h"
 #include "Kiv/Trace.h"
@@ -21,76 +23,20 @@ namespace Example {
 // shows level 6 of it.
 inline const Kiv::Tracer trace{"Example"};
 
-class Port : public Kiv::Entity {
-  public:
-   struct F {
-      enum : Kiv::FieldId { intf, speed };
-   };
-   explicit Port(Wyx::IntfId intf) : intf_(intf) {}
-   Wyx::IntfId intf() const { return intf_; }
-   int speed() const { return speed_; }
-   void speedIs(int s) { set(speed_, s, F::speed); }
-
-  private:
-   Wyx::IntfId intf_;
-   int speed_ = 0;
-};
-
-class Chassis : public Kiv::Entity {
-  public:
-   struct F {
-      enum : Kiv::FieldId { name, port, generation };
-   };
-   Chassis() = default;
-   const Port* port(Wyx::IntfId k) const { return port_.find(k); }
-   Port* port(Wyx::IntfId k) { return port_.find(k); }
-   const Kiv::Collection<Wyx::IntfId, Port>& port() const { return port_; }
-   Pondo::Ptr<Port> portIs(Wyx::IntfId k) { return port_.is(k); }
-   Pondo::Ptr<Port> portDel(Wyx::IntfId k) { return port_.del(k); }
-   void portDelAll() { port_.delAll(); }
-   Pondo::Generation generation() const { return generation_; }
-   void generationIs(Pondo::Generation g) { set(generation_, g, F::generation); }
-
-  private:
-   Kiv::Collection<Wyx::IntfId, Port> port_{this, F::port, "port"};
-   Pondo::Generation generation_;
-};
-
-// Output: total speed per interface, and how often the generation was seen.
-class Summary : public Kiv::Entity {
-  public:
-   struct F {
-      enum : Kiv::FieldId { speed, generationsSeen };
-   };
-   const Kiv::Map<Wyx::IntfId, int>& speed() const { return speed_; }
-   void speedIs(Wyx::IntfId k, int v) { speed_.is(k, v); }
-   bool speedDel(Wyx::IntfId k) { return speed_.del(k); }
-   int generationsSeen() const { return generationsSeen_; }
-   void generationsSeenIs(int v) { set(generationsSeen_, v, F::generationsSeen); }
-
-  private:
-   Kiv::Map<Wyx::IntfId, int> speed_{this, F::speed, "speed"};
-   int generationsSeen_ = 0;
-};
-
 // Copies each port's speed into the summary; counts generation changes.
 class SummarySm : public Kiv::Reactor {
   public:
    SummarySm(Pondo::Ptr<const Chassis> chassis, Pondo::Ptr<Summary> summary)
-       : chassis_(this, std::move(chassis), Kiv::onAny<&SummarySm::on_chassis>), summary_(std::move(summary)) {}
+       : chassis_(this, std::move(chassis), Kiv::on<Chassis::port_t, &SummarySm::handlePort>,
+                  Kiv::on<Kiv::Inside<Chassis::port_t, Port::speed_t>, &SummarySm::handleSpeed>,
+                  Kiv::on<Chassis::generation_t, &SummarySm::handleGeneration>),
+         summary_(std::move(summary)) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
    std::vector<std::string> log;  // what ran, in order
 
   private:
-   void on_chassis(const Kiv::Change& c) {
-      if (c.source == chassis_.get()) {
-         if (c.field == Chassis::F::port) handlePort(c.keyAs<Wyx::IntfId>());
-         if (c.field == Chassis::F::generation) summary_->generationsSeenIs(summary_->generationsSeen() + 1);
-      } else if (c.field == Port::F::speed) {
-         handlePort(static_cast<const Port*>(c.source)->intf());
-      }
-   }
+   // By presence: the port as it is now, whatever the change said.
    void handlePort(Wyx::IntfId i) {
       log.push_back("port " + i.shortName());
       if (const Port* p = chassis_ ? chassis_->port(i) : nullptr) {
@@ -99,6 +45,8 @@ class SummarySm : public Kiv::Reactor {
          summary_->speedDel(i);
       }
    }
+   void handleSpeed(const Port& port) { handlePort(port.intf()); }
+   void handleGeneration() { summary_->generationsSeenIs(summary_->generationsSeen() + 1); }
    void handleInitialized() override { log.push_back("initialized"); }
    void onConstruct() override { log.push_back("construct"); }
 
@@ -112,16 +60,16 @@ class SummarySm : public Kiv::Reactor {
 class SpeedCapSm : public Kiv::Reactor {
   public:
    SpeedCapSm(Pondo::Ptr<Chassis> chassis, int cap)
-       : chassis_(this, std::move(chassis), Kiv::onAny<&SpeedCapSm::on_chassis>), cap_(cap) {}
+       : chassis_(this, std::move(chassis),
+                  Kiv::on<Kiv::Inside<Chassis::port_t, Port::speed_t>, &SpeedCapSm::handleSpeed>),
+         cap_(cap) {}
    std::vector<std::string> log;  // each speed heard, and whether it was capped
 
   private:
-   void on_chassis(const Kiv::Change& c) {
-      if (c.source == chassis_.get() || c.field != Port::F::speed) return;
-      auto* port = static_cast<const Port*>(c.source);
-      const bool over = c.newAs<int>() > cap_;
-      log.push_back(fmt::format("{} {}{}", port->intf().shortName(), c.newAs<int>(), over ? " capped" : ""));
-      if (over) chassis_->port(port->intf())->speedIs(cap_);
+   void handleSpeed(const Port& port, int /*old*/, int now) {
+      const bool over = now > cap_;
+      log.push_back(fmt::format("{} {}{}", port.intf().shortName(), now, over ? " capped" : ""));
+      if (over) chassis_->port(port.intf())->speedIs(cap_);
    }
 
    Kiv::Input<Chassis> chassis_;
@@ -135,12 +83,12 @@ class PortWatchSm;
 class NestedSm_Port : public Kiv::NestedSm<PortWatchSm, const Port> {
   public:
    NestedSm_Port(Pondo::Ptr<const Port> port, PortWatchSm* owner)
-       : NestedSm(std::move(port), owner, Kiv::onAny<&NestedSm_Port::onAttribute>,
-                  Kiv::onSelf<&NestedSm_Port::onBinding>) {}
+       : NestedSm(std::move(port), owner, Kiv::on<Port::speed_t, &NestedSm_Port::handleSpeed>,
+                  Kiv::onSelf<&NestedSm_Port::handleBinding>) {}
 
   private:
-   void onAttribute(const Kiv::Change& c);
-   void onBinding(const Port* previous, bool initial);
+   void handleSpeed(int old, int now);
+   void handleBinding(const Port* previous, bool initial);
 };
 
 // Keeps one nested machine per port of the chassis, by presence, and logs
@@ -151,7 +99,7 @@ class PortWatchSm : public Kiv::Reactor {
       enum : Kiv::FieldId { portSm };
    };
    explicit PortWatchSm(Pondo::Ptr<const Chassis> chassis)
-       : chassis_(this, std::move(chassis), Kiv::onAny<&PortWatchSm::on_chassis>) {}
+       : chassis_(this, std::move(chassis), Kiv::on<Chassis::port_t, &PortWatchSm::handlePort>) {}
 
    void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
    const NestedSm_Port* portSm(Wyx::IntfId k) const { return portSm_.find(k); }
@@ -162,9 +110,7 @@ class PortWatchSm : public Kiv::Reactor {
    std::vector<std::string> log;
 
   private:
-   void on_chassis(const Kiv::Change& c) {
-      if (c.source != chassis_.get() || c.field != Chassis::F::port) return;
-      const auto k = c.keyAs<Wyx::IntfId>();
+   void handlePort(Wyx::IntfId k) {
       const Port* port = chassis_ ? chassis_->port(k) : nullptr;  // none once the input is cleared
       Kiv::shadow(portSm_, k, port, [&] { return Kiv::make<NestedSm_Port>(port, this); });
    }
@@ -180,16 +126,15 @@ class PortWatchSm : public Kiv::Reactor {
 class GenerationSettleSm : public Kiv::Reactor {
   public:
    GenerationSettleSm(Pondo::Ptr<const Chassis> chassis, Kiv::Seconds settle)
-       : chassis_(this, std::move(chassis), Kiv::onAny<&GenerationSettleSm::on_chassis>), settle_(settle) {}
+       : chassis_(this, std::move(chassis), Kiv::on<Chassis::generation_t, &GenerationSettleSm::handleGeneration>),
+         settle_(settle) {}
    std::vector<std::string> log;  // each settled generation
 
   private:
-   void on_chassis(const Kiv::Change& c) {
-      if (c.source == chassis_.get() && c.field == Chassis::F::generation) {
-         trace(8, "generation {} at {}, settles at {}", chassis_->generation().counter, Kiv::currentTime(),
-               Kiv::currentTime() + settle_);
-         settled_.timeMinIs(Kiv::currentTime() + settle_);
-      }
+   void handleGeneration() {
+      trace(8, "generation {} at {}, settles at {}", chassis_->generation().counter, Kiv::currentTime(),
+            Kiv::currentTime() + settle_);
+      settled_.timeMinIs(Kiv::currentTime() + settle_);
    }
    void handleSettled() {
       trace(6, "generation {} settled", chassis_->generation().counter);
@@ -201,11 +146,9 @@ class GenerationSettleSm : public Kiv::Reactor {
    Kiv::ClockTimer settled_{Kiv::activityManager().clock(), [this] { run([this] { handleSettled(); }); }};
 };
 
-inline void NestedSm_Port::onAttribute(const Kiv::Change& c) {
-   if (c.field == Port::F::speed) ownerSm()->handleSpeed(notifier()->intf(), c.newAs<int>());
-}
+inline void NestedSm_Port::handleSpeed(int /*old*/, int now) { ownerSm()->handleSpeed(notifier()->intf(), now); }
 
-inline void NestedSm_Port::onBinding(const Port*, bool) {
+inline void NestedSm_Port::handleBinding(const Port*, bool) {
    ownerSm()->handleSpeed(notifier()->intf(), notifier()->speed());
 }
 

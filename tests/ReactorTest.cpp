@@ -400,6 +400,80 @@ class ThrowingSm : public Kiv::Reactor {
    bool inInitialized_;
 };
 
+// Records what each typed binding hears.
+class BindingSm : public Kiv::Reactor {
+  public:
+   explicit BindingSm(Pondo::Ptr<const Chassis> chassis)
+       : chassis_(this, std::move(chassis), Kiv::on<Chassis::generation_t, &BindingSm::handleGeneration>,
+                  Kiv::on<Chassis::port_t, &BindingSm::handlePort>,
+                  Kiv::on<Kiv::Inside<Chassis::port_t, Port::speed_t>, &BindingSm::handleSpeed>,
+                  Kiv::onSelf<&BindingSm::handleBound>) {}
+   void chassisIs(Pondo::Ptr<const Chassis> c) { chassis_ = std::move(c); }
+   Strings log;
+
+  private:
+   void handleGeneration(const Pondo::Generation& old, const Pondo::Generation& now) {
+      log.push_back(fmt::format("generation {} -> {}", old.counter, now.counter));
+   }
+   void handlePort(Wyx::IntfId k) { log.push_back(fmt::format("port {}", k.shortName())); }
+   void handleSpeed(const Port& port, int old, int now) {
+      log.push_back(fmt::format("speed {} {} -> {}", port.intf().shortName(), old, now));
+   }
+   void handleBound(const Chassis* previous, bool initial) {
+      log.push_back(fmt::format("bound{}{}", initial ? " initial" : "", previous ? " replacing" : ""));
+   }
+
+   Kiv::Input<const Chassis> chassis_;
+};
+
+TEST(Binding, AnAttributeHandlerHearsTheOldAndTheNewValue) {
+   auto chassis = Kiv::make<Chassis>();
+   auto sm = Kiv::make<BindingSm>(chassis);
+   chassis->generationIs({3, true});
+   chassis->generationIs({3, true});  // unchanged: nothing
+   chassis->generationIs({4, false});
+   EXPECT_EQ(sm->log, (Strings{"bound initial", "generation 0 -> 3", "generation 3 -> 4"}));
+}
+
+TEST(Binding, ACollectionHandlerHearsTheKeyOfEveryAdditionAndRemoval) {
+   auto chassis = Kiv::make<Chassis>();
+   auto sm = Kiv::make<BindingSm>(chassis);
+   chassis->portIs(IntfId("Et1"));
+   chassis->portDel(IntfId("Et1"));
+   EXPECT_EQ(sm->log, (Strings{"bound initial", "port Et1", "port Et1"}));
+}
+
+TEST(Binding, AMemberAttributeHandlerHearsTheMemberTypedWithBothValues) {
+   auto chassis = Kiv::make<Chassis>();
+   auto port = chassis->portIs(IntfId("Et2"));
+   auto sm = Kiv::make<BindingSm>(chassis);
+   port->speedIs(100);
+   EXPECT_EQ(sm->log, (Strings{"port Et2", "bound initial", "speed Et2 0 -> 100"}));
+}
+
+// Port::speed and Chassis::generation share a field id: a change inside a
+// member reaches only the member bindings, the input's own only the others.
+TEST(Binding, AMembersAttributeDoesNotReachABindingOfTheInputsOwnFieldOfTheSameId) {
+   static_assert(Port::speed_t::id == Chassis::generation_t::id);
+   auto chassis = Kiv::make<Chassis>();
+   auto port = chassis->portIs(IntfId("Et3"));
+   auto sm = Kiv::make<BindingSm>(chassis);
+   sm->log.clear();
+   port->speedIs(10);
+   chassis->generationIs({1, false});
+   EXPECT_EQ(sm->log, (Strings{"speed Et3 0 -> 10", "generation 0 -> 1"}));
+}
+
+TEST(Binding, TheSelfBindingHearsEveryBindingWithThePreviousEntity) {
+   auto a = Kiv::make<Chassis>();
+   auto b = Kiv::make<Chassis>();
+   b->portIs(IntfId("Et4"));
+   auto sm = Kiv::make<BindingSm>(a);
+   sm->chassisIs(b);
+   sm->chassisIs(nullptr);
+   EXPECT_EQ(sm->log, (Strings{"bound initial", "port Et4", "bound replacing", "port Et4", "bound replacing"}));
+}
+
 TEST(ReactorDeathTest, AnExceptionEscapingAHandlerEndsTheProcess) {
    auto chassis = chassisWith({});
    auto sm = Kiv::make<ThrowingSm>(chassis, false);
