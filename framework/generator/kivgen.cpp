@@ -7,6 +7,7 @@
 //   // The PTP configuration of one interface.
 //   entity VYRPTP_EXPORT HwIntfConfig : Kiv::Entity {   <- macro and base optional
 //      key intfId: Wyx::IntfId;                         <- constructor argument
+//      key chip: Pondo::Ptr<const Chip> or null;        <- may be null (else refused)
 //      // Whether the interface takes part.             <- goes above the accessor
 //      attr enabled: bool = false;                      <- accessor and setter
 //      collection peer: Wyx::IntfId -> Peer(port: Port);  <- owned entities, made
@@ -59,6 +60,7 @@ enum class Kind { key, attr, collection, map, set, code };
 struct Arg {
    std::string name;
    std::string type;
+   bool nullable = false;  // an entity reference that may be null
 };
 
 // One declaration of an entity block.
@@ -66,10 +68,11 @@ struct Decl {
    Kind kind = Kind::key;
    int line = 0;
    std::string name;
-   std::string type;    // key, attr: the value's type; collection, map, set: the key's
-   std::string init;    // attr: the initial value, or empty
-   std::string member;  // collection: the member entity; map: the value's type
-   std::string store;   // map: the store, or empty
+   std::string type;       // key, attr: the value's type; collection, map, set: the key's
+   bool nullable = false;  // key: an entity reference that may be null
+   std::string init;       // attr: the initial value, or empty
+   std::string member;     // collection: the member entity; map: the value's type
+   std::string store;      // map: the store, or empty
    std::vector<Arg> args;
    std::vector<std::string> comments;
    std::vector<std::string> code;
@@ -176,6 +179,14 @@ std::string typeOf(std::string_view text, std::string_view what, std::string_vie
    return std::string(text);
 }
 
+// A key or argument type written `TYPE or null`: an entity reference that may
+// be null (others are refused with an error naming them).
+std::string_view orNull(std::string_view type, bool& nullable) {
+   constexpr std::string_view kOrNull = " or null";
+   nullable = type.ends_with(kOrNull);
+   return nullable ? type.substr(0, type.size() - kOrNull.size()) : type;
+}
+
 // `NAME: REST` -> NAME and REST.
 std::pair<std::string, std::string_view> nameAndRest(std::string_view text, std::string_view decl, int line,
                                                      std::string_view form = "NAME: TYPE") {
@@ -211,7 +222,9 @@ void parseMember(Decl& d, std::string_view text, std::string_view decl) {
       for (const auto& other : d.args) {
          if (other.name == name) throw Error{d.line, "argument " + quote(name) + " named twice in " + quote(decl)};
       }
-      d.args.push_back({std::move(name), typeOf(type, "argument type", decl, d.line)});
+      bool nullable = false;
+      type = orNull(type, nullable);
+      d.args.push_back({std::move(name), typeOf(type, "argument type", decl, d.line), nullable});
    }
 }
 
@@ -238,7 +251,7 @@ Decl parseDecl(std::string_view decl, int line) {
    auto [name, rest] = nameAndRest(decl.substr(space, decl.size() - space - 1), decl, line);
    d.name = std::move(name);
    switch (d.kind) {
-      case Kind::key: d.type = typeOf(rest, "type", decl, line); break;
+      case Kind::key: d.type = typeOf(orNull(rest, d.nullable), "type", decl, line); break;
       case Kind::attr: {
          const auto equals = findTopLevel(rest, " = ");
          d.type = typeOf(rest.substr(0, equals), "type", decl, line);
@@ -494,9 +507,10 @@ std::string pass(std::string_view type) { return "Kiv::Pass<" + std::string(type
 
 bool isEntityReference(std::string_view type) { return type.starts_with("Pondo::Ptr<"); }
 
-// How a key or argument `name` of `type` reaches a constructor: null entity references are refused.
-std::string checked(std::string_view name, std::string_view type) {
-   if (!isEntityReference(type)) return std::string(name);
+// How a key or argument `name` of `type` reaches a constructor: null entity
+// references are refused, unless `nullable`.
+std::string checked(std::string_view name, std::string_view type, bool nullable) {
+   if (nullable || !isEntityReference(type)) return std::string(name);
    return "Kiv::nonNull(" + std::string(name) + ", \"" + std::string(name) + "\")";
 }
 
@@ -626,7 +640,7 @@ class HeaderWriter {
       add("");
       std::vector<std::string> inits;
       inits.reserve(keys_.size());
-      for (const Decl* k : keys_) inits.push_back(k->name + "_(" + checked(k->name, k->type) + ")");
+      for (const Decl* k : keys_) inits.push_back(k->name + "_(" + checked(k->name, k->type, k->nullable) + ")");
       const std::string head = (keys_.size() == 1 ? "explicit " : "") + e_.name + "(";
       const std::string line = std::string(kStep) + head + join(keyParams(), ", ") + ") : " + join(inits, ", ") + " {}";
       if (line.size() <= kColumns) {
@@ -670,7 +684,7 @@ class HeaderWriter {
             std::vector<std::string> args{"k"};
             for (const auto& a : d.args) {
                params.push_back(pass(a.type) + " " + a.name);
-               args.push_back(checked(a.name, a.type));
+               args.push_back(checked(a.name, a.type, a.nullable));
             }
             fn("const " + d.member + "* " + n, {key}, " const", "return " + n + "_.find(k);");
             fn(d.member + "* " + n, {key}, "", "return " + n + "_.find(k);");

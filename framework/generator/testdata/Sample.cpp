@@ -13,11 +13,13 @@ Pondo::Ptr<Port> PortIs(Kiv::Pass<std::uint16_t> number, Kiv::Pass<Pondo::String
 Pondo::Ptr<Switch> switchFactory(Kiv::Pass<Pondo::String> name) { return Kiv::make<Switch>(name); }
 Pondo::Ptr<Switch> SwitchIs(Kiv::Pass<Pondo::String> name) { return Kiv::make<Switch>(name); }
 
-Pondo::Ptr<Link> linkFactory(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from) {
-   return Kiv::make<Link>(id, from);
+Pondo::Ptr<Link> linkFactory(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from,
+                             Kiv::Pass<Pondo::Ptr<Switch>> via) {
+   return Kiv::make<Link>(id, from, via);
 }
-Pondo::Ptr<Link> LinkIs(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from) {
-   return Kiv::make<Link>(id, from);
+Pondo::Ptr<Link> LinkIs(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from,
+                        Kiv::Pass<Pondo::Ptr<Switch>> via) {
+   return Kiv::make<Link>(id, from, via);
 }
 
 Pondo::Ptr<Network> networkFactory() { return Kiv::make<Network>(); }

@@ -118,25 +118,30 @@ SAMPLE_EXPORT Pondo::Ptr<Switch> SwitchIs(Kiv::Pass<Pondo::String> name);
 class Link : public Kiv::Entity {
   public:
    struct F {
-      enum : Kiv::FieldId { id, from };
-      static constexpr std::array<std::string_view, 2> names{"id", "from"};
+      enum : Kiv::FieldId { id, from, via };
+      static constexpr std::array<std::string_view, 3> names{"id", "from", "via"};
    };
 
-   Link(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from) : id_(id), from_(Kiv::nonNull(from, "from")) {}
+   Link(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from, Kiv::Pass<Pondo::Ptr<Switch>> via)
+       : id_(id), from_(Kiv::nonNull(from, "from")), via_(via) {}
    // The arguments that must match when the member is asked for again.
-   auto fixedArgs() const { return std::make_tuple(from_); }
+   auto fixedArgs() const { return std::make_tuple(from_, via_); }
 
    Kiv::Pass<std::uint32_t> id() const { return id_; }
    Kiv::Pass<Pondo::Ptr<Switch>> from() const { return from_; }
+   Kiv::Pass<Pondo::Ptr<Switch>> via() const { return via_; }
 
   private:
    std::uint32_t id_;
    Pondo::Ptr<Switch> from_;
+   Pondo::Ptr<Switch> via_;
 };
 
 // Factory and maker of Link.
-Pondo::Ptr<Link> linkFactory(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from);
-Pondo::Ptr<Link> LinkIs(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from);
+Pondo::Ptr<Link> linkFactory(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from,
+                             Kiv::Pass<Pondo::Ptr<Switch>> via);
+Pondo::Ptr<Link> LinkIs(Kiv::Pass<std::uint32_t> id, Kiv::Pass<Pondo::Ptr<Switch>> from,
+                        Kiv::Pass<Pondo::Ptr<Switch>> via);
 
 class Network : public Kiv::Entity {
   public:
@@ -151,8 +156,9 @@ class Network : public Kiv::Entity {
    const Link* link(Kiv::Pass<std::uint32_t> k) const { return link_.find(k); }
    Link* link(Kiv::Pass<std::uint32_t> k) { return link_.find(k); }
    const Kiv::Collection<std::uint32_t, Link>& link() const { return link_; }
-   Pondo::Ptr<Link> linkIs(Kiv::Pass<std::uint32_t> k, Kiv::Pass<Pondo::Ptr<Switch>> from) {
-      return link_.is(k, Kiv::nonNull(from, "from"));
+   Pondo::Ptr<Link> linkIs(Kiv::Pass<std::uint32_t> k, Kiv::Pass<Pondo::Ptr<Switch>> from,
+                           Kiv::Pass<Pondo::Ptr<Switch>> via) {
+      return link_.is(k, Kiv::nonNull(from, "from"), via);
    }
    Pondo::Ptr<Link> linkDel(Kiv::Pass<std::uint32_t> k) { return link_.del(k); }
    void linkDelAll() { link_.delAll(); }
