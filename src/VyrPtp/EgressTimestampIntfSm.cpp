@@ -321,20 +321,12 @@ void EgressTimestampIntfSm::disableEgressTimestampPolling(Wyx::IntfId intfId) {
    egressTimestampIntfStatus_->clockIdDel(intfId);
 }
 
-Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatusFactory(const Pondo::String& name) {
-   return Kiv::make<EgressTimestampIntfStatus>(name);
-}
-
 Pondo::Ptr<EgressTimestampIntfSm> egressTimestampIntfSmFactory(
     Pondo::Ptr<const Interface::AllEthPhyIntfStatusDir> ethPhyIntfStatus,
     Pondo::Ptr<const Hardware::Lag::Status> lagStatus, Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
     Pondo::Ptr<const Ptp::Status> ptpStatus, Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus) {
    return Kiv::make<EgressTimestampIntfSm>(std::move(ethPhyIntfStatus), std::move(lagStatus), std::move(ptpHwConfig),
                                            std::move(ptpStatus), std::move(egressTimestampIntfStatus));
-}
-
-Pondo::Ptr<LagPortDSMember> lagPortDSMemberFactory(const Ptp::PortDSKey& lagPortDSKey) {
-   return Kiv::make<LagPortDSMember>(lagPortDSKey);
 }
 
 Pondo::Ptr<EgressTimestampIntfSm::IntfConfigSm> intfConfigSmFactory(Wyx::IntfId intfId, EgressTimestampIntfSm* sm,
@@ -355,14 +347,6 @@ Pondo::Ptr<EgressTimestampIntfSm::PortDSSm> portDSSmFactory(const Ptp::PortDSKey
 Pondo::Ptr<EgressTimestampIntfSm::ProgrammedMemberSm> programmedMemberSmFactory(
     Wyx::IntfId intfId, EgressTimestampIntfSm* sm, Pondo::Ptr<const Hardware::Lag::ProgrammedMember> member) {
    return Kiv::make<EgressTimestampIntfSm::ProgrammedMemberSm>(intfId, sm, std::move(member));
-}
-
-Pondo::Ptr<EgressTimestampIntfStatus> EgressTimestampIntfStatusIs(const Pondo::String& name) {
-   return egressTimestampIntfStatusFactory(name);
-}
-
-Pondo::Ptr<LagPortDSMember> LagPortDSMemberIs(const Ptp::PortDSKey& lagPortDSKey) {
-   return lagPortDSMemberFactory(lagPortDSKey);
 }
 
 Pondo::Ptr<EgressTimestampIntfSm> EgressTimestampIntfSmIs(

@@ -68,20 +68,10 @@ Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsInfo::addLogicalFapIn
    return logicalFapInfoIs(id, asicTimeId, std::move(chipInfo));
 }
 
-Pondo::Ptr<PlatformEgressTsInfo> platformEgressTsInfoFactory() { return Kiv::make<PlatformEgressTsInfo>(); }
-Pondo::Ptr<LogicalFapArmTables> logicalFapArmTablesFactory(LogicalFapId logicalFapId) {
-   return Kiv::make<LogicalFapArmTables>(logicalFapId);
-}
-Pondo::Ptr<ArmTables> armTablesFactory() { return Kiv::make<ArmTables>(); }
 Pondo::Ptr<PlatformEgressTsLogicalFapInfo> platformEgressTsLogicalFapInfoFactory(
     LogicalFapId logicalFapId, std::uint8_t asicTimeId, Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
    return Kiv::make<PlatformEgressTsLogicalFapInfo>(logicalFapId, asicTimeId, std::move(chipInfo));
 }
-Pondo::Ptr<PlatformEgressTsInfo> PlatformEgressTsInfoIs() { return platformEgressTsInfoFactory(); }
-Pondo::Ptr<LogicalFapArmTables> LogicalFapArmTablesIs(LogicalFapId logicalFapId) {
-   return logicalFapArmTablesFactory(logicalFapId);
-}
-Pondo::Ptr<ArmTables> ArmTablesIs() { return armTablesFactory(); }
 Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsLogicalFapInfoIs(LogicalFapId logicalFapId,
                                                                             std::uint8_t asicTimeId,
                                                                             Pondo::Ptr<const Asic::ChipInfo> chipInfo) {

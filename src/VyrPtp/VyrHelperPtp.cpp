@@ -277,10 +277,6 @@ U64 TimestampFetcher::egressTimestamp(Wyx::IntfId intfId, U32 sequenceId, U32 as
    return calcEgressTimestamp(hpxTimestamp("ptp_timestamp"), intfId, sequenceId, asicTimestamp);
 }
 
-AsicTimestampFetcher::AsicTimestampFetcher(Pondo::Ptr<AsicTimestampFileConfig> fileConfig,
-                                           Pondo::Ptr<const AsicTimestampFileStatus> fileStatus)
-    : fileConfig_(Kiv::nonNull(fileConfig, "fileConfig")), fileStatus_(Kiv::nonNull(fileStatus, "fileStatus")) {}
-
 U64 AsicTimestampFetcher::asicTimestamp() {
    trace(8, "asicTimestamp");
    Kiv::kassert(timestampReady(), "timestampReady()");
@@ -391,26 +387,9 @@ void AsicTimestampFetcherWrapper::handleInitialized() {
    Kiv::kassert(timestampFetcher(), "timestampFetcher()");
 }
 
-Pondo::Ptr<Conversion> conversionFactory(const Pondo::String& timestamp, const Pondo::String& invalidPortion) {
-   return Kiv::make<Conversion>(timestamp, invalidPortion);
-}
-
 Pondo::Ptr<TimestampFetcher> timestampFetcherFactory(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
                                                      Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig) {
    return Kiv::make<TimestampFetcher>(std::move(ptpTimeSyncStatus), std::move(ptpTimeSyncConfig));
-}
-
-Pondo::Ptr<AsicTimestampFileConfig> asicTimestampFileConfigFactory(const Pondo::String& timestampPath,
-                                                                   const Pondo::String& counterConfigPath,
-                                                                   bool initCounter, bool waitForCounterInit) {
-   return Kiv::make<AsicTimestampFileConfig>(timestampPath, counterConfigPath, initCounter, waitForCounterInit);
-}
-
-Pondo::Ptr<AsicTimestampFileStatus> asicTimestampFileStatusFactory() { return Kiv::make<AsicTimestampFileStatus>(); }
-
-Pondo::Ptr<AsicTimestampFetcher> asicTimestampFetcherFactory(Pondo::Ptr<AsicTimestampFileConfig> fileConfig,
-                                                             Pondo::Ptr<const AsicTimestampFileStatus> fileStatus) {
-   return Kiv::make<AsicTimestampFetcher>(std::move(fileConfig), std::move(fileStatus));
 }
 
 Pondo::Ptr<AsicTimestampFileSm> asicTimestampFileSmFactory(Pondo::Ptr<const AsicTimestampFileConfig> config,
@@ -424,26 +403,9 @@ Pondo::Ptr<AsicTimestampFetcherWrapper> asicTimestampFetcherWrapperFactory(U8 ke
    return Kiv::make<AsicTimestampFetcherWrapper>(kernelUnitId, initCounter, waitForCounterInit);
 }
 
-Pondo::Ptr<Conversion> ConversionIs(const Pondo::String& timestamp, const Pondo::String& invalidPortion) {
-   return conversionFactory(timestamp, invalidPortion);
-}
-
 Pondo::Ptr<TimestampFetcher> TimestampFetcherIs(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
                                                 Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig) {
    return timestampFetcherFactory(std::move(ptpTimeSyncStatus), std::move(ptpTimeSyncConfig));
-}
-
-Pondo::Ptr<AsicTimestampFileConfig> AsicTimestampFileConfigIs(const Pondo::String& timestampPath,
-                                                              const Pondo::String& counterConfigPath, bool initCounter,
-                                                              bool waitForCounterInit) {
-   return asicTimestampFileConfigFactory(timestampPath, counterConfigPath, initCounter, waitForCounterInit);
-}
-
-Pondo::Ptr<AsicTimestampFileStatus> AsicTimestampFileStatusIs() { return asicTimestampFileStatusFactory(); }
-
-Pondo::Ptr<AsicTimestampFetcher> AsicTimestampFetcherIs(Pondo::Ptr<AsicTimestampFileConfig> fileConfig,
-                                                        Pondo::Ptr<const AsicTimestampFileStatus> fileStatus) {
-   return asicTimestampFetcherFactory(std::move(fileConfig), std::move(fileStatus));
 }
 
 Pondo::Ptr<AsicTimestampFileSm> AsicTimestampFileSmIs(Pondo::Ptr<const AsicTimestampFileConfig> config,
