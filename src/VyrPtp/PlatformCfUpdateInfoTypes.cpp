@@ -11,16 +11,4 @@ Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> PlatformCfUpdateInfo::addLogicalFapIn
    return logicalFapInfoIs(id, Kiv::nonNull(chipInfo, "chipInfo")->gif());
 }
 
-Pondo::Ptr<PlatformCfUpdateInfo> platformCfUpdateInfoFactory() { return Kiv::make<PlatformCfUpdateInfo>(); }
-Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> platformCfUpdateLogicalFapInfoFactory(
-    LogicalFapId logicalFapId, Pondo::Ptr<const Asic::GenericIf> chipInfoGif) {
-   return Kiv::make<PlatformCfUpdateLogicalFapInfo>(logicalFapId, std::move(chipInfoGif));
-}
-
-Pondo::Ptr<PlatformCfUpdateInfo> PlatformCfUpdateInfoIs() { return platformCfUpdateInfoFactory(); }
-Pondo::Ptr<PlatformCfUpdateLogicalFapInfo> PlatformCfUpdateLogicalFapInfoIs(
-    LogicalFapId logicalFapId, Pondo::Ptr<const Asic::GenericIf> chipInfoGif) {
-   return platformCfUpdateLogicalFapInfoFactory(logicalFapId, std::move(chipInfoGif));
-}
-
 }  // namespace CorrectionField
