@@ -61,11 +61,4 @@ PktType PktType::fromString(std::string_view text) {
    return p;
 }
 
-Pondo::Ptr<PtpActions> ptpActionsFactory(const Pondo::String& name) { return Kiv::make<PtpActions>(name); }
-Pondo::Ptr<PktAction> pktActionFactory(const PktType& pktType) { return Kiv::make<PktAction>(pktType); }
-Pondo::Ptr<IntfActions> intfActionsFactory(Wyx::IntfId intfId) { return Kiv::make<IntfActions>(intfId); }
-Pondo::Ptr<PtpActions> PtpActionsIs(const Pondo::String& name) { return ptpActionsFactory(name); }
-Pondo::Ptr<PktAction> PktActionIs(const PktType& pktType) { return pktActionFactory(pktType); }
-Pondo::Ptr<IntfActions> IntfActionsIs(Wyx::IntfId intfId) { return intfActionsFactory(intfId); }
-
 }  // namespace VyrPtp::ActionTypes

@@ -51,13 +51,4 @@ PortMap PortMap::fromString(std::string_view text) {
    return m;
 }
 
-Pondo::Ptr<ChassisInfo> chassisInfoFactory() { return Kiv::make<ChassisInfo>(); }
-Pondo::Ptr<SliceInfo> sliceInfoFactory(const Pondo::String& name) { return Kiv::make<SliceInfo>(name); }
-Pondo::Ptr<FapInfo> fapInfoFactory(FapId fapId) { return Kiv::make<FapInfo>(fapId); }
-Pondo::Ptr<IntfInfo> intfInfoFactory(Wyx::IntfId intfId) { return Kiv::make<IntfInfo>(intfId); }
-Pondo::Ptr<ChassisInfo> ChassisInfoIs() { return chassisInfoFactory(); }
-Pondo::Ptr<SliceInfo> SliceInfoIs(const Pondo::String& name) { return sliceInfoFactory(name); }
-Pondo::Ptr<FapInfo> FapInfoIs(FapId fapId) { return fapInfoFactory(fapId); }
-Pondo::Ptr<IntfInfo> IntfInfoIs(Wyx::IntfId intfId) { return intfInfoFactory(intfId); }
-
 }  // namespace VyrPtp::ChassisAbstraction

@@ -32,23 +32,4 @@ ProgrammerIntfId ProgrammerIntfId::fromString(std::string_view text) {
    return k;
 }
 
-Pondo::Ptr<PtpProgrammerInfo> ptpProgrammerInfoFactory(const Pondo::String& name) {
-   return Kiv::make<PtpProgrammerInfo>(name);
-}
-Pondo::Ptr<PtpIntfInfo> ptpIntfInfoFactory(Wyx::IntfId intfId) { return Kiv::make<PtpIntfInfo>(intfId); }
-Pondo::Ptr<PtpIntfInfoStatus> ptpIntfInfoStatusFactory() { return Kiv::make<PtpIntfInfoStatus>(); }
-Pondo::Ptr<PtpPipelineInfoStatus> ptpPipelineInfoStatusFactory() { return Kiv::make<PtpPipelineInfoStatus>(); }
-Pondo::Ptr<Info> infoFactory(const Pondo::String& programmerType) { return Kiv::make<Info>(programmerType); }
-Pondo::Ptr<IntfInfo> intfInfoFactory(const ProgrammerIntfId& programmerIntfId) {
-   return Kiv::make<IntfInfo>(programmerIntfId);
-}
-Pondo::Ptr<Status> statusFactory() { return Kiv::make<Status>(); }
-Pondo::Ptr<PtpProgrammerInfo> PtpProgrammerInfoIs(const Pondo::String& name) { return ptpProgrammerInfoFactory(name); }
-Pondo::Ptr<PtpIntfInfo> PtpIntfInfoIs(Wyx::IntfId intfId) { return ptpIntfInfoFactory(intfId); }
-Pondo::Ptr<PtpIntfInfoStatus> PtpIntfInfoStatusIs() { return ptpIntfInfoStatusFactory(); }
-Pondo::Ptr<PtpPipelineInfoStatus> PtpPipelineInfoStatusIs() { return ptpPipelineInfoStatusFactory(); }
-Pondo::Ptr<Info> InfoIs(const Pondo::String& programmerType) { return infoFactory(programmerType); }
-Pondo::Ptr<IntfInfo> IntfInfoIs(const ProgrammerIntfId& programmerIntfId) { return intfInfoFactory(programmerIntfId); }
-Pondo::Ptr<Status> StatusIs() { return statusFactory(); }
-
 }  // namespace VyrPtp::Programmer
