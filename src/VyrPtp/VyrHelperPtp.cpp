@@ -172,7 +172,7 @@ Hpx::Ham* TimestampFetcher::activeHpxHam() const {
    if (!activeHpxKnown_) {
       const Pondo::String& name = ptpTimeSyncStatus_->activeHpx();
       const PtpTimeSync::HpxConfig* hpx = name.empty() ? nullptr : ptpTimeSyncConfig_->hpx(name);
-      activeHpx_ = hpx ? hpx->ham() : nullptr;
+      activeHpx_ = hpx ? hpx->ham().get() : nullptr;
       activeHpxKnown_ = true;
    }
    return activeHpx_;
