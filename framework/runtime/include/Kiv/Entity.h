@@ -82,10 +82,16 @@ class Entity : public Pondo::Publisher {
    const CollectionBase* collections() const { return collections_; }
 
   protected:
-   // Stores `value` and publishes the change with the old value, unless equal.
+   // Stores `value` and publishes the change with the old value, unless equal:
+   // an unchanged value costs the comparison, inlined wherever a setter is.
    template <class V>
    void set(V& slot, std::type_identity_t<V> value, FieldId field) {
-      if (slot == value) return;
+      if (!(slot == value)) store(slot, std::move(value), field);
+   }
+
+  private:
+   template <class V>
+   void store(V& slot, V value, FieldId field) {
       if (!listened()) {
          slot = std::move(value);
          return;
@@ -94,7 +100,6 @@ class Entity : public Pondo::Publisher {
       publish(Change{this, field, Change::Kind::attribute, 0, nullptr, &old, &value, &kLayout<V>});
    }
 
-  private:
    friend class CollectionBase;
    template <class V>
    static constexpr Pondo::ChangeLayout kLayout{nullptr, &Pondo::keepCopy<V>};
