@@ -6,22 +6,19 @@ namespace VyrPtp {
 
 namespace {
 Kiv::Tracer trace{"AdapterSm"};
+
+// The per-key form of a vcsd handler that also has a bulk form, for its binding.
+constexpr auto perKey(void (HwConfigAdapterSm::*handler)(Wyx::IntfId)) { return handler; }
 }  // namespace
 
 // The adapter is checked before the configuration.
 HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::NestedSm_PtpHwIntfConfig(Wyx::IntfId intfId, HwConfigAdapterSm* adapter,
                                                                       Pondo::Ptr<const Ptp::HwIntfConfig> config)
     : NestedSm((Kiv::nonNull(adapter, "adapter"), Kiv::nonNull(config, "config")), adapter,
-               Kiv::onAny<&NestedSm_PtpHwIntfConfig::onAttribute>),
+               Kiv::on<Ptp::HwIntfConfig::enabled_t, &NestedSm_PtpHwIntfConfig::handleEnabled>,
+               Kiv::on<Ptp::HwIntfConfig::disableManagementMessageForwarding_t,
+                       &NestedSm_PtpHwIntfConfig::handleDisableManagementMessageForwarding>),
       intfId_(intfId) {}
-
-void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::onAttribute(const Kiv::Change& c) {
-   switch (c.field) {
-      case Ptp::HwIntfConfig::F::enabled: handleEnabled(); break;
-      case Ptp::HwIntfConfig::F::disableManagementMessageForwarding: handleDisableManagementMessageForwarding(); break;
-      default: break;
-   }
-}
 
 void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::handleEnabled() { processChanges(); }
 
@@ -47,42 +44,27 @@ void HwConfigAdapterSm::NestedSm_PtpHwIntfConfig::processChanges() {
 HwConfigAdapterSm::HwConfigAdapterSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                      Pondo::Ptr<const Vyr::VyrCommonSmData> vcsd,
                                      Pondo::Ptr<Ptp::HwConfig> outputPtpHwConfig)
-    : ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::onAny<&HwConfigAdapterSm::on_ptpHwConfig>),
-      vcsd_(this, std::move(vcsd), Kiv::onAny<&HwConfigAdapterSm::on_vcsd>),
+    : ptpHwConfig_(
+          this, std::move(ptpHwConfig), Kiv::on<Ptp::HwConfig::forwardPtpV1_t, &HwConfigAdapterSm::handleForwardPtpV1>,
+          Kiv::on<Ptp::HwConfig::forwardUnicastApplicable_t, &HwConfigAdapterSm::handleForwardUnicastApplicable>,
+          Kiv::on<Ptp::HwConfig::g82751Enabled_t, &HwConfigAdapterSm::handleG82751Enabled>,
+          Kiv::on<Ptp::HwConfig::ptpMode_t, &HwConfigAdapterSm::handlePtpMode>,
+          Kiv::on<Ptp::HwConfig::timestampLocation_t, &HwConfigAdapterSm::handleTimestampLocation>,
+          Kiv::on<Ptp::HwConfig::intfConfig_t, &HwConfigAdapterSm::handleIntfConfig>),
+      vcsd_(this, std::move(vcsd), Kiv::on<Vyr::VyrCommonSmData::intf_t, perKey(&HwConfigAdapterSm::handleIntf)>,
+            Kiv::on<Vyr::VyrCommonSmData::portToLag_t, perKey(&HwConfigAdapterSm::handlePortToLag)>,
+            Kiv::on<Vyr::VyrCommonSmData::lagToPort_t, perKey(&HwConfigAdapterSm::handleLagToPort)>),
       outputPtpHwConfig_(std::move(outputPtpHwConfig)) {}
 
 HwConfigAdapterSm::~HwConfigAdapterSm() = default;
 
-void HwConfigAdapterSm::on_ptpHwConfig(const Kiv::Change& c) {
-   // Changes inside an interface configuration are its nested machine's.
-   if (c.source != ptpHwConfig_.get()) return;
-   switch (c.field) {
-      case Ptp::HwConfig::F::forwardPtpV1: handleForwardPtpV1(); break;
-      case Ptp::HwConfig::F::forwardUnicastApplicable: handleForwardUnicastApplicable(); break;
-      case Ptp::HwConfig::F::g82751Enabled: handleG82751Enabled(); break;
-      case Ptp::HwConfig::F::ptpMode: handlePtpMode(); break;
-      case Ptp::HwConfig::F::timestampLocation: handleTimestampLocation(); break;
-      case Ptp::HwConfig::F::intfConfig: {
-         // By presence: the entry as it is now, whatever the change said.
-         const auto intfId = c.keyAs<Wyx::IntfId>();
-         if (ptpHwConfig_->intfConfig(intfId)) {
-            ptpHwIntfConfigIs(intfId);
-         } else {
-            ptpHwIntfConfigDel(intfId);
-         }
-         break;
-      }
-      default: break;
-   }
-}
-
-void HwConfigAdapterSm::on_vcsd(const Kiv::Change& c) {
-   if (c.source != vcsd_.get()) return;
-   switch (c.field) {
-      case Vyr::VyrCommonSmData::F::intf: handleIntf(c.keyAs<Wyx::IntfId>()); break;
-      case Vyr::VyrCommonSmData::F::portToLag: handlePortToLag(c.keyAs<Wyx::IntfId>()); break;
-      case Vyr::VyrCommonSmData::F::lagToPort: handleLagToPort(c.keyAs<Wyx::IntfId>()); break;
-      default: break;
+// Changes inside an interface configuration are its nested machine's. By
+// presence: the entry as it is now, whatever the change said.
+void HwConfigAdapterSm::handleIntfConfig(Wyx::IntfId intfId) {
+   if (ptpHwConfig_->intfConfig(intfId)) {
+      ptpHwIntfConfigIs(intfId);
+   } else {
+      ptpHwIntfConfigDel(intfId);
    }
 }
 

@@ -53,8 +53,7 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    void deleteIntf(Wyx::IntfId intfId);
 
   private:
-   void on_ptpHwConfig(const Kiv::Change& c);
-   void on_vcsd(const Kiv::Change& c);
+   void handleIntfConfig(Wyx::IntfId intfId);
    void onConstruct() override;
    void onDestruct() override;
    // The output entry of `intfId` takes the input configuration of `source`, or goes if there is none.
@@ -78,7 +77,6 @@ class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::NestedSm<HwConfi
    void handleDisableManagementMessageForwarding();
 
   private:
-   void onAttribute(const Kiv::Change& c);
    void onConstruct() override;
    void onDestruct() override;
    void processChanges();

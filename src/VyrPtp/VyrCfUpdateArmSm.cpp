@@ -33,14 +33,13 @@ bool enablesAny(const PlatformCfUpdateIntfInfo& info) {
 
 NestedSm_IntfInfo::NestedSm_IntfInfo(Pondo::Ptr<const PlatformCfUpdateIntfInfo> intfInfo,
                                      VyrCfUpdateLogicalFapArmSm* owner)
-    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), owner, Kiv::onAny<&NestedSm_IntfInfo::onAttribute>,
-               Kiv::onSelf<&NestedSm_IntfInfo::onBinding>) {}
+    : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), owner,
+               Kiv::on<PlatformCfUpdateIntfInfo::generation_t, &NestedSm_IntfInfo::handleGeneration>,
+               Kiv::onSelf<&NestedSm_IntfInfo::handleBinding>) {}
 
-void NestedSm_IntfInfo::onAttribute(const Kiv::Change& c) {
-   if (c.field == PlatformCfUpdateIntfInfo::F::generation) program();
-}
+void NestedSm_IntfInfo::handleGeneration() { program(); }
 
-void NestedSm_IntfInfo::onBinding(const PlatformCfUpdateIntfInfo*, bool) {
+void NestedSm_IntfInfo::handleBinding(const PlatformCfUpdateIntfInfo*, bool) {
    if (intfInfo()) program();
 }
 
@@ -53,18 +52,17 @@ void NestedSm_IntfInfo::program() const {
 VyrCfUpdateLogicalFapArmSm::VyrCfUpdateLogicalFapArmSm(
     Pondo::Ptr<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo,
     Pondo::Ptr<Statebase::EntityManager> statebaseEm, Pondo::Ptr<CfUpdateProgrammedStatus> cfUpdateStatus)
-    : cfUpdateLogicalFapInfo_(this, Kiv::nonNull(cfUpdateLogicalFapInfo, "cfUpdateLogicalFapInfo"),
-                              Kiv::onAny<&VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo>),
+    : cfUpdateLogicalFapInfo_(
+          this, Kiv::nonNull(cfUpdateLogicalFapInfo, "cfUpdateLogicalFapInfo"),
+          Kiv::on<PlatformCfUpdateLogicalFapInfo::intfInfo_t, &VyrCfUpdateLogicalFapArmSm::handleIntfInfo>),
       statebaseEm_(std::move(statebaseEm)),
       cfUpdateStatus_(Kiv::nonNull(cfUpdateStatus, "cfUpdateStatus")) {}
 
 // Interfaces coming and going; generation changes reach the nested machines.
 // The interfaces present at construction are taken up by onConstruct, once
 // the tables exist.
-void VyrCfUpdateLogicalFapArmSm::on_cfUpdateLogicalFapInfo(const Kiv::Change& c) {
-   if (!initialized() || c.source != cfUpdateLogicalFapInfo_.get()) return;
-   if (c.field != PlatformCfUpdateLogicalFapInfo::F::intfInfo) return;
-   const IntfId intfId = c.keyAs<IntfId>();
+void VyrCfUpdateLogicalFapArmSm::handleIntfInfo(IntfId intfId) {
+   if (!initialized()) return;
    if (const PlatformCfUpdateIntfInfo* info = cfUpdateLogicalFapInfo_->intfInfo(intfId)) {
       intfInfoIs(info);
    } else {
@@ -151,8 +149,8 @@ void VyrCfUpdateLogicalFapArmSm::unprogrammed(IntfId intfId) {
 // --- NestedSm_LogicalFapStatusWatcher ----------------------------------------------------------
 
 // Replays of the binding arrive before the machine is initialized and are not changes.
-void NestedSm_LogicalFapStatusWatcher::onAttribute(const Kiv::Change& c) {
-   if (!initialized() || c.field != CfUpdateProgrammedStatus::F::programmedIntf) return;
+void NestedSm_LogicalFapStatusWatcher::handleProgrammedIntf(IntfId) {
+   if (!initialized()) return;
    if (parent()) ownerSm()->handleProgrammedStatus();
 }
 
@@ -161,15 +159,12 @@ void NestedSm_LogicalFapStatusWatcher::onAttribute(const Kiv::Change& c) {
 VyrCfUpdateArmSm::VyrCfUpdateArmSm(Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo,
                                    Pondo::Ptr<Statebase::EntityManager> statebaseEm,
                                    Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus)
-    : cfUpdateInfo_(this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"), Kiv::onAny<&VyrCfUpdateArmSm::on_cfUpdateInfo>),
+    : cfUpdateInfo_(
+          this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"),
+          Kiv::on<PlatformCfUpdateInfo::logicalFapInfo_t,
+                  static_cast<void (VyrCfUpdateArmSm::*)(LogicalFapId)>(&VyrCfUpdateArmSm::handleLogicalFapInfo)>),
       statebaseEm_(std::move(statebaseEm)),
       programmerStatus_(Kiv::nonNull(programmerStatus, "programmerStatus")) {}
-
-// Logical FAPs coming and going; changes inside them are their machines' business.
-void VyrCfUpdateArmSm::on_cfUpdateInfo(const Kiv::Change& c) {
-   if (!initialized() || c.source != cfUpdateInfo_.get()) return;
-   if (c.field == PlatformCfUpdateInfo::F::logicalFapInfo) handleLogicalFapInfo(c.keyAs<LogicalFapId>());
-}
 
 void VyrCfUpdateArmSm::handleInitialized() { handleLogicalFapInfo(); }
 
@@ -178,9 +173,12 @@ void VyrCfUpdateArmSm::handleLogicalFapInfo() {
    for (const auto& [id, info] : cfUpdateInfo_->logicalFapInfo()) handleLogicalFapInfo(id);
 }
 
-// The chip machine goes before its record: its teardown empties the record,
-// which re-evaluates "CF_UPDATE" through the watcher.
+// Logical FAPs coming and going; changes inside them are their machines'
+// business, and those arriving while the machine is built are left to
+// handleInitialized. The chip machine goes before its record: its teardown
+// empties the record, which re-evaluates "CF_UPDATE" through the watcher.
 void VyrCfUpdateArmSm::handleLogicalFapInfo(LogicalFapId logicalFapId) {
+   if (!initialized()) return;
    trace(8, "for logicalFapId: {}", logicalFapId);
    if (const PlatformCfUpdateLogicalFapInfo* info = cfUpdateInfo_->logicalFapInfo(logicalFapId)) {
       Pondo::Ptr<CfUpdateProgrammedStatus> status = logicalFapStatusIs(logicalFapId);

@@ -29,8 +29,8 @@ class VYRPTP_EXPORT NestedSm_IntfInfo final
    const PlatformCfUpdateIntfInfo* intfInfo() const { return notifier(); }
 
   private:
-   void onAttribute(const Kiv::Change& c);
-   void onBinding(const PlatformCfUpdateIntfInfo* previous, bool initial);
+   void handleGeneration();
+   void handleBinding(const PlatformCfUpdateIntfInfo* previous, bool initial);
    void program() const;
 };
 
@@ -73,7 +73,7 @@ class VYRPTP_EXPORT VyrCfUpdateLogicalFapArmSm final : public Kiv::Reactor {
    void programIntf(Wyx::IntfId intfId);
 
   private:
-   void on_cfUpdateLogicalFapInfo(const Kiv::Change& c);
+   void handleIntfInfo(Wyx::IntfId intfId);
    void handleInitialized() override;
    void onConstruct() override;
    void onDestruct() override;
@@ -93,11 +93,13 @@ class VYRPTP_EXPORT NestedSm_LogicalFapStatusWatcher final
     : public Kiv::NestedSm<VyrCfUpdateArmSm, const CfUpdateProgrammedStatus> {
   public:
    NestedSm_LogicalFapStatusWatcher(Pondo::Ptr<const CfUpdateProgrammedStatus> status, VyrCfUpdateArmSm* owner)
-       : NestedSm(std::move(status), owner, Kiv::onAny<&NestedSm_LogicalFapStatusWatcher::onAttribute>) {}
+       : NestedSm(std::move(status), owner,
+                  Kiv::on<CfUpdateProgrammedStatus::programmedIntf_t,
+                          &NestedSm_LogicalFapStatusWatcher::handleProgrammedIntf>) {}
    auto fixedArgs() const { return std::make_tuple(Pondo::Ptr<const CfUpdateProgrammedStatus>(notifier()), ownerSm()); }
 
   private:
-   void onAttribute(const Kiv::Change& c);
+   void handleProgrammedIntf(Wyx::IntfId intfId);
 };
 
 class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {
@@ -160,7 +162,6 @@ class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {
    void handleProgrammedStatus();
 
   private:
-   void on_cfUpdateInfo(const Kiv::Change& c);
    void handleInitialized() override;
 
    Kiv::Input<const PlatformCfUpdateInfo> cfUpdateInfo_;

@@ -299,15 +299,14 @@ U64 AsicTimestampFetcher::egressTimestamp(Wyx::IntfId intfId, U32 sequenceId, U3
 
 AsicTimestampFileSm::AsicTimestampFileSm(Pondo::Ptr<const AsicTimestampFileConfig> config,
                                          Pondo::Ptr<AsicTimestampFileStatus> status, Pondo::Ptr<Kiv::Clock> clock)
-    : config_(this, Kiv::nonNull(config, "config"), Kiv::onAny<&AsicTimestampFileSm::on_config>),
+    : config_(this, Kiv::nonNull(config, "config"),
+              Kiv::on<AsicTimestampFileConfig::startPollingGenId_t, &AsicTimestampFileSm::handleStartPollingGenId>),
       status_(Kiv::nonNull(status, "status")),
       clock_(std::move(clock)) {
    if (clock_) kivClock_.emplace(clock_, [this] { pollAsicTimeReady(); });
 }
 
-void AsicTimestampFileSm::on_config(const Kiv::Change& c) {
-   if (c.field == AsicTimestampFileConfig::F::startPollingGenId) pollAsicTimeReady();
-}
+void AsicTimestampFileSm::handleStartPollingGenId() { pollAsicTimeReady(); }
 
 void AsicTimestampFileSm::handleInitialized() { pollAsicTimeReady(); }
 

@@ -12,22 +12,20 @@ Kiv::Tracer trace{"VyrIngressPktFwdControlArmSm"};
 
 VyrIngressPktFwdControlArmSm::VyrIngressPktFwdControlArmSm(Pondo::Ptr<const PlatformGlobalChipInfo> globalChipInfo,
                                                            Pondo::Ptr<Statebase::EntityManager> statebaseEm)
-    : globalChipInfo_(this, std::move(globalChipInfo), Kiv::onAny<&VyrIngressPktFwdControlArmSm::on_globalChipInfo>),
+    : globalChipInfo_(
+          this, std::move(globalChipInfo),
+          Kiv::on<PlatformGlobalChipInfo::logicalFapInfo_t, &VyrIngressPktFwdControlArmSm::handleLogicalFapInfo>),
       statebaseEm_(std::move(statebaseEm)) {}
-
-// Members arriving while the machine is built are left to handleInitialized.
-// A removed logical FAP leaves its chip's table as it is.
-void VyrIngressPktFwdControlArmSm::on_globalChipInfo(const Kiv::Change& c) {
-   if (!initialized() || c.source != globalChipInfo_.get()) return;
-   if (c.field == PlatformGlobalChipInfo::F::logicalFapInfo) handleLogicalFapInfo(c.keyAs<LogicalFapId>());
-}
 
 void VyrIngressPktFwdControlArmSm::handleInitialized() {
    trace(8, "handleInitialized");
    for (const auto& [id, info] : globalChipInfo_->logicalFapInfo()) handleLogicalFapInfo(id);
 }
 
+// Members arriving while the machine is built are left to handleInitialized.
+// A removed logical FAP leaves its chip's table as it is.
 void VyrIngressPktFwdControlArmSm::handleLogicalFapInfo(LogicalFapId logicalFapId) {
+   if (!initialized()) return;
    trace(8, "logicalFapId: {}", logicalFapId);
    const PlatformGlobalChipLogicalFapInfo* info = globalChipInfo_->logicalFapInfo(logicalFapId);
    if (!info) {

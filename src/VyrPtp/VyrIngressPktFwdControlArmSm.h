@@ -46,14 +46,14 @@ class VYRPTP_EXPORT VyrIngressPktFwdControlArmSm final : public Kiv::Reactor {
    void ingressPktFwdControlTableDelAll() { ingressPktFwdControlTable_.delAll(); }
 
    // Sets up and programs the table of the logical FAP's chip, unless the
-   // chip has one. Pondo::RangeError when the id is no unit number.
+   // chip has one; nothing before the machine is initialized.
+   // Pondo::RangeError when the id is no unit number.
    void handleLogicalFapInfo(LogicalFapId logicalFapId);
    // Writes every profile's row into the chip's table, in profile order.
    void programEntries(const Pondo::String& chip);
    void programEntry(const Pondo::String& chip, Ing1588IngressProfile profile);
 
   private:
-   void on_globalChipInfo(const Kiv::Change& c);
    void handleInitialized() override;
 
    Kiv::Input<const PlatformGlobalChipInfo> globalChipInfo_;
