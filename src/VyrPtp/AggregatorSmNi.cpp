@@ -28,37 +28,29 @@ Verdict judge(const Programmer::ProgrammerInfoCollection& reports, std::uint32_t
    return Verdict::ready;
 }
 
-bool isGenerationOf(const Kiv::Change& c, const PtpActions* actions) {
-   return c.source == actions && c.field == PtpActions::F::generation;
-}
-
-// A change of a report's generation, or a report added or removed, seen from
-// the entity that owns the reports (changes inside a report arrive with the
-// report as their source).
-bool isReportChange(const Kiv::Change& c, const Pondo::Publisher* owner, Kiv::FieldId reportsField) {
-   return c.source == owner ? c.field == reportsField : c.field == PtpProgrammerInfo::F::generation;
-}
-
 }  // namespace
 
 // --- IntfInfoSm ---
 
 IntfInfoSm::IntfInfoSm(Pondo::Ptr<const PtpIntfInfo> intfInfo, Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus,
                        Pondo::Ptr<const PtpActions> ptpActions, AggregatorSmNi* owner)
-    : NestedSm(std::move(intfInfo), owner, Kiv::onAny<&IntfInfoSm::onAttribute>),
+    : NestedSm(std::move(intfInfo), owner, Kiv::on<PtpIntfInfo::programmerInfo_t, &IntfInfoSm::on_programmerInfo>,
+               Kiv::on<Kiv::Inside<PtpIntfInfo::programmerInfo_t, PtpProgrammerInfo::generation_t>,
+                       &IntfInfoSm::on_generation>),
       hwIntfStatus_(Kiv::nonNull(hwIntfStatus, "hwIntfStatus")),
-      ptpActions_(this, std::move(ptpActions), Kiv::onAny<&IntfInfoSm::on_ptpActions>) {}
+      ptpActions_(this, std::move(ptpActions), Kiv::on<PtpActions::generation_t, &IntfInfoSm::updateHwIntfStatus>) {}
 
 // The first pass, once both inputs are bound. The start replays the present
 // reports as additions; they are judged here, once, instead.
 void IntfInfoSm::handleInitialized() { updateHwIntfStatus(); }
 
-void IntfInfoSm::onAttribute(const Kiv::Change& c) {
-   if (initialized() && isReportChange(c, intfInfo(), PtpIntfInfo::F::programmerInfo)) updateHwIntfStatus();
+// A report added or removed, or the generation of one changed.
+void IntfInfoSm::on_programmerInfo(const Pondo::String&) {
+   if (initialized()) updateHwIntfStatus();
 }
 
-void IntfInfoSm::on_ptpActions(const Kiv::Change& c) {
-   if (isGenerationOf(c, ptpActions_.get())) updateHwIntfStatus();
+void IntfInfoSm::on_generation(const PtpProgrammerInfo&) {
+   if (initialized()) updateHwIntfStatus();
 }
 
 void IntfInfoSm::updateHwIntfStatus() {
@@ -86,20 +78,22 @@ PipelineInfoSm::PipelineInfoSm(Pondo::Ptr<const PtpPipelineInfoStatus> pipelineI
                                Pondo::Ptr<const PtpActions> ptpActions,
                                Pondo::Ptr<PtpPipelineAggState> pipelineAggState, Kiv::Reactor* parent)
     : Kiv::Reactor(parent),
-      pipelineInfoStatus_(this, std::move(pipelineInfoStatus), Kiv::onAny<&PipelineInfoSm::on_pipelineInfoStatus>),
-      ptpActions_(this, std::move(ptpActions), Kiv::onAny<&PipelineInfoSm::on_ptpActions>),
+      pipelineInfoStatus_(this, std::move(pipelineInfoStatus),
+                          Kiv::on<PtpPipelineInfoStatus::programmerInfo_t, &PipelineInfoSm::on_programmerInfo>,
+                          Kiv::on<Kiv::Inside<PtpPipelineInfoStatus::programmerInfo_t, PtpProgrammerInfo::generation_t>,
+                                  &PipelineInfoSm::on_generation>),
+      ptpActions_(this, std::move(ptpActions), Kiv::on<PtpActions::generation_t, &PipelineInfoSm::updateAggState>),
       pipelineAggState_(Kiv::nonNull(pipelineAggState, "pipelineAggState")) {}
 
 void PipelineInfoSm::handleInitialized() { updateAggState(); }
 
-void PipelineInfoSm::on_pipelineInfoStatus(const Kiv::Change& c) {
-   if (initialized() && isReportChange(c, pipelineInfoStatus_.get(), PtpPipelineInfoStatus::F::programmerInfo)) {
-      updateAggState();
-   }
+// A report added or removed, or the generation of one changed.
+void PipelineInfoSm::on_programmerInfo(const Pondo::String&) {
+   if (initialized()) updateAggState();
 }
 
-void PipelineInfoSm::on_ptpActions(const Kiv::Change& c) {
-   if (isGenerationOf(c, ptpActions_.get())) updateAggState();
+void PipelineInfoSm::on_generation(const PtpProgrammerInfo&) {
+   if (initialized()) updateAggState();
 }
 
 // The verdict carries the judged generation, so a reader can tell "not ready
@@ -124,27 +118,17 @@ void PipelineInfoSm::updateAggState() {
 AggregatorSmNi::AggregatorSmNi(Pondo::Ptr<Ptp::HwStatus> hwStatus, Pondo::Ptr<const PtpIntfInfoStatus> intfInfoStatus,
                                Pondo::Ptr<const PtpPipelineInfoStatus> pipelineInfoStatus,
                                Pondo::Ptr<const PtpActions> ptpActions)
-    : hwStatus_(this, std::move(hwStatus), Kiv::onAny<&AggregatorSmNi::on_hwStatus>),
-      intfInfoStatus_(this, std::move(intfInfoStatus), Kiv::onAny<&AggregatorSmNi::on_intfInfoStatus>),
+    : hwStatus_(this, std::move(hwStatus), Kiv::on<Ptp::HwStatus::intfStatus_t, &AggregatorSmNi::createIntfInfoSm>),
+      intfInfoStatus_(this, std::move(intfInfoStatus),
+                      Kiv::on<PtpIntfInfoStatus::intfInfo_t, &AggregatorSmNi::createIntfInfoSm>),
       pipelineInfoStatus_(Kiv::nonNull(pipelineInfoStatus, "pipelineInfoStatus")),
       ptpActions_(Kiv::nonNull(ptpActions, "ptpActions")) {}
 
-// Only additions and removals of entries matter; changes inside an entry
-// (among them the readiness that the interface machines write) do not.
-void AggregatorSmNi::on_hwStatus(const Kiv::Change& c) {
-   if (c.source == hwStatus_.get() && c.field == Ptp::HwStatus::F::intfStatus) {
-      createIntfInfoSm(c.keyAs<Wyx::IntfId>());
-   }
-}
-
-void AggregatorSmNi::on_intfInfoStatus(const Kiv::Change& c) {
-   if (c.source == intfInfoStatus_.get() && c.field == PtpIntfInfoStatus::F::intfInfo) {
-      createIntfInfoSm(c.keyAs<Wyx::IntfId>());
-   }
-}
-
 void AggregatorSmNi::handleInitialized() { pipelineInfoSmIs(pipelineInfoStatus_, ptpActions_, pipelineAggStateIs()); }
 
+// Bound to the entries coming and going on both inputs; changes inside an
+// entry (among them the readiness that the interface machines write) do not
+// matter.
 void AggregatorSmNi::createIntfInfoSm(Wyx::IntfId k) {
    const PtpIntfInfo* intfInfo = intfInfoStatus_ ? intfInfoStatus_->intfInfo(k) : nullptr;
    Ptp::HwIntfStatus* hwIntfStatus = hwStatus_ ? hwStatus_->intfStatus(k) : nullptr;

@@ -41,8 +41,8 @@ class VYRPTP_EXPORT IntfInfoSm : public Kiv::NestedSm<AggregatorSmNi, const Prog
 
   private:
    void handleInitialized() override;
-   void onAttribute(const Kiv::Change& c);
-   void on_ptpActions(const Kiv::Change& c);
+   void on_programmerInfo(const Pondo::String& programmerName);
+   void on_generation(const Programmer::PtpProgrammerInfo& report);
 
    Pondo::Ptr<Ptp::HwIntfStatus> hwIntfStatus_;
    Kiv::Input<const ActionTypes::PtpActions> ptpActions_;
@@ -64,8 +64,8 @@ class VYRPTP_EXPORT PipelineInfoSm : public Kiv::Reactor {
 
   private:
    void handleInitialized() override;
-   void on_pipelineInfoStatus(const Kiv::Change& c);
-   void on_ptpActions(const Kiv::Change& c);
+   void on_programmerInfo(const Pondo::String& programmerName);
+   void on_generation(const Programmer::PtpProgrammerInfo& report);
 
    Kiv::Input<const Programmer::PtpPipelineInfoStatus> pipelineInfoStatus_;
    Kiv::Input<const ActionTypes::PtpActions> ptpActions_;
@@ -116,8 +116,6 @@ class VYRPTP_EXPORT AggregatorSmNi : public Kiv::Reactor {
 
   private:
    void handleInitialized() override;
-   void on_hwStatus(const Kiv::Change& c);
-   void on_intfInfoStatus(const Kiv::Change& c);
 
    // Declared so that teardown releases the interface machines, then the
    // pipeline machine, then the aggregate state, then the inputs.

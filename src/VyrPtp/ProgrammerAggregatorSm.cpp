@@ -10,17 +10,15 @@ Kiv::Tracer trace{"ProgrammerAggregatorSm"};
 
 NestedSm_IntfStatus::NestedSm_IntfStatus(Pondo::Ptr<const IntfInfo> intfInfo, AggregatorSm* aggregator)
     : NestedSm(Kiv::nonNull(intfInfo, "intfInfo"), Kiv::nonNull(aggregator, "aggregator"),
-               Kiv::onAny<&NestedSm_IntfStatus::onAttribute>) {}
+               Kiv::on<IntfInfo::generation_t, &NestedSm_IntfStatus::handleGeneration>) {}
 
 // Judged under the key of the report now watched, which notifierIs may have changed.
-void NestedSm_IntfStatus::onAttribute(const Kiv::Change& c) {
-   if (c.field == IntfInfo::F::generation) ownerSm()->handleIntfStatus(notifier()->intf());
-}
+void NestedSm_IntfStatus::handleGeneration() { ownerSm()->handleIntfStatus(notifier()->intf()); }
 
 // --- AggregatorSm ---
 
 AggregatorSm::AggregatorSm(Pondo::Ptr<const Status> programmerStatus, Pondo::Ptr<Ptp::HwStatus> hwStatus)
-    : programmerStatus_(this, std::move(programmerStatus), Kiv::onAny<&AggregatorSm::on_programmerStatus>),
+    : programmerStatus_(this, std::move(programmerStatus), Kiv::on<Status::intfStatus_t, &AggregatorSm::on_intfStatus>),
       hwStatus_(Kiv::nonNull(hwStatus, "hwStatus")) {}
 
 // Entries left from an earlier life are dropped; the reports rebuild the rest.
@@ -32,9 +30,7 @@ void AggregatorSm::handleInitialized() {
 
 // Reports coming and going. The start replays the present reports: their
 // machines are made here, and handleInitialized judges them all.
-void AggregatorSm::on_programmerStatus(const Kiv::Change& c) {
-   if (c.source != programmerStatus_.get() || c.field != Status::F::intfStatus) return;
-   const ProgrammerIntfId& k = c.keyAs<ProgrammerIntfId>();
+void AggregatorSm::on_intfStatus(const ProgrammerIntfId& k) {
    if (initialized()) handleIntfStatus(k);
    if (const IntfInfo* report = programmerStatus_->intfStatus(k)) {
       intfStatusIs(report);

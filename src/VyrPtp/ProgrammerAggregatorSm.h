@@ -24,7 +24,7 @@ class VYRPTP_EXPORT NestedSm_IntfStatus : public Kiv::NestedSm<AggregatorSm, con
    auto fixedArgs() const { return std::make_tuple(Pondo::Ptr<const IntfInfo>(notifier()), ownerSm()); }
 
   private:
-   void onAttribute(const Kiv::Change& c);
+   void handleGeneration();
 };
 
 class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
@@ -57,7 +57,7 @@ class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
 
   private:
    void handleInitialized() override;
-   void on_programmerStatus(const Kiv::Change& c);
+   void on_intfStatus(const ProgrammerIntfId& k);
    void judge(const ProgrammerIntfId& k);
 
    Kiv::Input<const Status> programmerStatus_;

@@ -34,20 +34,32 @@ VyrPtpHwStatusFapSm::VyrPtpHwStatusFapSm(
     Pondo::Ptr<const PtpTimestampLocationConfig> externalPhyTimestampLocationConfig, bool timeSyncSupported,
     Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
     : unitPortFapInfo_(Kiv::Input<const PlatformUnitPortFapInfo>::Optional{}, this, std::move(unitPortFapInfo),
-                       Kiv::onAny<&VyrPtpHwStatusFapSm::on_unitPortFapInfo>),
-      ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), Kiv::onAny<&VyrPtpHwStatusFapSm::on_ptpHwConfig>),
+                       Kiv::on<PlatformUnitPortFapInfo::intfInfo_t, &VyrPtpHwStatusFapSm::on_intfInfo>),
+      ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"),
+                   Kiv::on<Ptp::HwConfig::intfConfig_t, &VyrPtpHwStatusFapSm::on_intfConfig>,
+                   Kiv::on<Kiv::Inside<Ptp::HwConfig::intfConfig_t, Ptp::HwIntfConfig::enabled_t>,
+                           &VyrPtpHwStatusFapSm::on_enabled>),
       externalPhyTimestampLocationConfig_(
           this, Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig"),
-          Kiv::onAny<&VyrPtpHwStatusFapSm::on_externalPhyTimestampLocationConfig>),
+          Kiv::on<PtpTimestampLocationConfig::enabledPhysicalIntfConfig_t,
+                  &VyrPtpHwStatusFapSm::on_enabledPhysicalIntfConfig>,
+          Kiv::on<Kiv::Inside<PtpTimestampLocationConfig::enabledPhysicalIntfConfig_t,
+                              PtpTimestampLocationIntfConfig::location_t>,
+                  &VyrPtpHwStatusFapSm::on_location>),
       timeSyncSupported_(timeSyncSupported),
       ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")),
-      ptpTimestampingStatus_(Kiv::Input<const PtpTimestampStatus>::Optional{}, this, nullptr,
-                             Kiv::onAny<&VyrPtpHwStatusFapSm::on_ptpTimestampingStatus>),
+      ptpTimestampingStatus_(
+          Kiv::Input<const PtpTimestampStatus>::Optional{}, this, nullptr,
+          Kiv::on<PtpTimestampStatus::physicalIntfStatus_t, &VyrPtpHwStatusFapSm::on_physicalIntfStatus>,
+          Kiv::on<Kiv::Inside<PtpTimestampStatus::physicalIntfStatus_t, PtpTimestampIntfStatus::intfReadyForRx_t>,
+                  &VyrPtpHwStatusFapSm::on_intfReadyForPacket>,
+          Kiv::on<Kiv::Inside<PtpTimestampStatus::physicalIntfStatus_t, PtpTimestampIntfStatus::intfReadyForTx_t>,
+                  &VyrPtpHwStatusFapSm::on_intfReadyForPacket>),
       timeSyncStatus_(Kiv::Input<const PtpTimeSync::SwitchStatus>::Optional{}, this, nullptr,
-                      Kiv::onAny<&VyrPtpHwStatusFapSm::on_timeSyncStatus>,
+                      Kiv::on<PtpTimeSync::SwitchStatus::state_t, &VyrPtpHwStatusFapSm::on_state>,
                       Kiv::onSelf<&VyrPtpHwStatusFapSm::onTimeSyncStatus>),
       asicTimestampFileStatus_(Kiv::Input<const AsicTimestampFileStatus>::Optional{}, this, nullptr,
-                               Kiv::onAny<&VyrPtpHwStatusFapSm::on_asicTimestampFileStatus>) {}
+                               Kiv::on<AsicTimestampFileStatus::timestampFd_t, &VyrPtpHwStatusFapSm::on_timestampFd>) {}
 
 bool VyrPtpHwStatusFapSm::chipHas(IntfId intfId) const {
    return unitPortFapInfo_ && unitPortFapInfo_->intfInfo(intfId);
@@ -55,64 +67,45 @@ bool VyrPtpHwStatusFapSm::chipHas(IntfId intfId) const {
 
 // Changes replayed while the machine is being built are left to onConstruct,
 // which evaluates every interface once.
-void VyrPtpHwStatusFapSm::on_unitPortFapInfo(const Kiv::Change& c) {
-   if (!hasNotificationActive() || c.source != unitPortFapInfo_.get()) return;
-   if (c.field != PlatformUnitPortFapInfo::F::intfInfo) return;
-   const IntfId intfId = c.keyAs<IntfId>();
+void VyrPtpHwStatusFapSm::on_intfInfo(IntfId intfId) {
+   if (!hasNotificationActive()) return;
    handleIntfInfo(intfId);
    processIntfReady(intfId);
 }
 
 // The configuration, the location entries and the island status are shared by
 // all chips: each chip's machine takes what concerns its own interfaces.
-void VyrPtpHwStatusFapSm::on_ptpHwConfig(const Kiv::Change& c) {
-   if (!hasNotificationActive()) return;
-   IntfId intfId;
-   if (c.source == ptpHwConfig_.get()) {
-      if (c.field != Ptp::HwConfig::F::intfConfig) return;
-      intfId = c.keyAs<IntfId>();
-   } else if (c.source->ownerField() == Ptp::HwConfig::F::intfConfig && c.field == Ptp::HwIntfConfig::F::enabled) {
-      intfId = static_cast<const Ptp::HwIntfConfig*>(c.source)->intfId();
-   } else {
-      return;
-   }
-   if (!chipHas(intfId)) return;
+void VyrPtpHwStatusFapSm::on_intfConfig(IntfId intfId) {
+   if (!hasNotificationActive() || !chipHas(intfId)) return;
    handleIntfEnabled(intfId);
    processIntfReady(intfId);
 }
 
-void VyrPtpHwStatusFapSm::on_externalPhyTimestampLocationConfig(const Kiv::Change& c) {
+void VyrPtpHwStatusFapSm::on_enabled(const Ptp::HwIntfConfig& config) { on_intfConfig(config.intfId()); }
+
+void VyrPtpHwStatusFapSm::on_enabledPhysicalIntfConfig(IntfId intfId) {
    if (!hasNotificationActive()) return;
-   IntfId intfId;
-   if (c.source == externalPhyTimestampLocationConfig_.get()) {
-      if (c.field != PtpTimestampLocationConfig::F::enabledPhysicalIntfConfig) return;
-      intfId = c.keyAs<IntfId>();
-   } else if (c.field == PtpTimestampLocationIntfConfig::F::location) {
-      intfId = static_cast<const PtpTimestampLocationIntfConfig*>(c.source)->intfId();
-   } else {
-      return;
-   }
    if (chipHas(intfId)) handleIntfTimestampLocation(intfId);
+}
+
+void VyrPtpHwStatusFapSm::on_location(const PtpTimestampLocationIntfConfig& entry) {
+   on_enabledPhysicalIntfConfig(entry.intfId());
 }
 
 // A new island entity replays each interface it lists as added and each one
 // only the previous entity listed as removed (with no source when cleared).
-void VyrPtpHwStatusFapSm::on_ptpTimestampingStatus(const Kiv::Change& c) {
-   if (!hasNotificationActive()) return;
-   IntfId intfId;
-   if (c.source == ptpTimestampingStatus_.get()) {
-      if (c.field != PtpTimestampStatus::F::physicalIntfStatus) return;
-      intfId = c.keyAs<IntfId>();
-   } else {
-      intfId = static_cast<const PtpTimestampIntfStatus*>(c.source)->intfId();
-   }
-   if (!chipHas(intfId)) return;
+void VyrPtpHwStatusFapSm::on_physicalIntfStatus(IntfId intfId) {
+   if (!hasNotificationActive() || !chipHas(intfId)) return;
    handleIntfReadyForPacket(intfId);
    processIntfReady(intfId);
 }
 
-void VyrPtpHwStatusFapSm::on_timeSyncStatus(const Kiv::Change& c) {
-   if (!hasNotificationActive() || c.field != PtpTimeSync::SwitchStatus::F::state) return;
+void VyrPtpHwStatusFapSm::on_intfReadyForPacket(const PtpTimestampIntfStatus& phy) {
+   on_physicalIntfStatus(phy.intfId());
+}
+
+void VyrPtpHwStatusFapSm::on_state() {
+   if (!hasNotificationActive()) return;
    handleTimeSyncStatus();
    processIntfReady();
 }
@@ -124,9 +117,9 @@ void VyrPtpHwStatusFapSm::onTimeSyncStatus(const PtpTimeSync::SwitchStatus*, boo
 }
 
 // Only a change between ready and not ready counts, not a new descriptor number.
-void VyrPtpHwStatusFapSm::on_asicTimestampFileStatus(const Kiv::Change& c) {
-   if (!hasNotificationActive() || c.field != AsicTimestampFileStatus::F::timestampFd) return;
-   if ((c.oldAs<std::int32_t>() >= 0) == (c.newAs<std::int32_t>() >= 0)) return;
+void VyrPtpHwStatusFapSm::on_timestampFd(std::int32_t previous, std::int32_t now) {
+   if (!hasNotificationActive()) return;
+   if ((previous >= 0) == (now >= 0)) return;
    handleAsicTimestampFileStatus();
    processIntfReady();
 }
@@ -249,17 +242,13 @@ void VyrPtpHwStatusFapSm::processIntfReady() {
 // --- VyrPtpHwStatusSm ---------------------------------------------------------------------
 
 // A cleared notifier replays its chips as removed, with no source.
-void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::onAttribute(const Kiv::Change& c) {
-   if (c.source == notifier()) {
-      if (c.field == PtpTimeSync::HwStatus::F::switchAsic) chipChanged(c.keyAs<Pondo::String>());
-   } else if (c.field == PtpTimeSync::SwitchStatus::F::state) {
-      chipChanged(static_cast<const PtpTimeSync::SwitchStatus*>(c.source)->name());
-   }
-}
-
-void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::chipChanged(const Pondo::String& chipName) {
+void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::handleSwitchAsic(const Pondo::String& chipName) {
    ownerSm()->handleTimeSyncHwStatus(sliceName_, chipName);
    ownerSm()->maybeSetTimeSyncStatus(sliceName_, chipName);
+}
+
+void VyrPtpHwStatusSm::NestedSm_TimeSyncHwStatus::handleState(const PtpTimeSync::SwitchStatus& chip) {
+   handleSwitchAsic(chip.name());
 }
 
 VyrPtpHwStatusSm::VyrPtpHwStatusSm(Pondo::Ptr<const PlatformUnitPortInfo> unitPortInfo,
@@ -268,14 +257,15 @@ VyrPtpHwStatusSm::VyrPtpHwStatusSm(Pondo::Ptr<const PlatformUnitPortInfo> unitPo
                                    Pondo::Ptr<const Kiv::Dir> ptpTimestampingStatusDir,
                                    Pondo::Ptr<const Kiv::Dir> timeSyncHwStatusDir, bool timeSyncSupported,
                                    Pondo::Ptr<Ptp::HwStatus> ptpHwStatus)
-    : unitPortInfo_(this, Kiv::nonNull(unitPortInfo, "unitPortInfo"), Kiv::onAny<&VyrPtpHwStatusSm::on_unitPortInfo>),
+    : unitPortInfo_(this, Kiv::nonNull(unitPortInfo, "unitPortInfo"),
+                    Kiv::on<PlatformUnitPortInfo::fapInfo_t, &VyrPtpHwStatusSm::handleFapId>),
       ptpHwConfig_(Kiv::nonNull(ptpHwConfig, "ptpHwConfig")),
       externalPhyTimestampLocationConfig_(
           Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig")),
       ptpTimestampingStatusDir_(this, Kiv::nonNull(ptpTimestampingStatusDir, "ptpTimestampingStatusDir"),
-                                Kiv::onAny<&VyrPtpHwStatusSm::on_ptpTimestampingStatusDir>),
+                                Kiv::on<Kiv::Dir::entityPtr_t, &VyrPtpHwStatusSm::handlePtpTimestampingStatusDir>),
       timeSyncHwStatusDir_(this, Kiv::nonNull(timeSyncHwStatusDir, "timeSyncHwStatusDir"),
-                           Kiv::onAny<&VyrPtpHwStatusSm::on_timeSyncHwStatusDir>),
+                           Kiv::on<Kiv::Dir::entityPtr_t, &VyrPtpHwStatusSm::handleTimeSyncHwStatusDir>),
       timeSyncSupported_(timeSyncSupported),
       ptpHwStatus_(Kiv::nonNull(ptpHwStatus, "ptpHwStatus")) {}
 
@@ -283,15 +273,7 @@ Pondo::String VyrPtpHwStatusSm::phyIslandName(const Pondo::String& sliceName) {
    return Pondo::String(phyIslandPrefix) + Utils::genericSliceName(sliceName);
 }
 
-// The initial walk of the chips runs as the inputs are bound: each chip gets
-// its machine, then its island and time-sync status from the directories.
-void VyrPtpHwStatusSm::on_unitPortInfo(const Kiv::Change& c) {
-   if (c.source == unitPortInfo_.get() && c.field == PlatformUnitPortInfo::F::fapInfo) handleFapId(c.keyAs<FapId>());
-}
-
-void VyrPtpHwStatusSm::on_ptpTimestampingStatusDir(const Kiv::Change& c) {
-   if (c.source != ptpTimestampingStatusDir_.get() || c.field != Kiv::Dir::F::entityPtr) return;
-   const Pondo::String name = c.keyAs<Pondo::String>();
+void VyrPtpHwStatusSm::handlePtpTimestampingStatusDir(const Pondo::String& name) {
    handlePtpTimestampingStatus(name);
    maybeSetPtpTimestampStatus(name);
 }
@@ -299,9 +281,7 @@ void VyrPtpHwStatusSm::on_ptpTimestampingStatusDir(const Kiv::Change& c) {
 // An entity added, replaced or removed: the watcher of that slice follows the
 // new entity (replaying its chips) or, cleared first, replays the old one's
 // chips as removed and goes.
-void VyrPtpHwStatusSm::on_timeSyncHwStatusDir(const Kiv::Change& c) {
-   if (c.source != timeSyncHwStatusDir_.get() || c.field != Kiv::Dir::F::entityPtr) return;
-   const Pondo::String sliceName = c.keyAs<Pondo::String>();
+void VyrPtpHwStatusSm::handleTimeSyncHwStatusDir(const Pondo::String& sliceName) {
    const Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus =
        dynamic_cast<const PtpTimeSync::HwStatus*>(timeSyncHwStatusDir_->entityPtr(sliceName));
    if (NestedSm_TimeSyncHwStatus* sm = timeSyncHwStatusSm_.find(sliceName)) {
@@ -318,6 +298,8 @@ Pondo::Ptr<VyrPtpHwStatusFapSm> VyrPtpHwStatusSm::hwStatusFapSmIs(FapId fapId,
                                 timeSyncSupported_, ptpHwStatus_);
 }
 
+// The initial walk of the chips runs as the inputs are bound: each chip gets
+// its machine, then its island and time-sync status from the directories.
 void VyrPtpHwStatusSm::handleFapId(FapId fapId) {
    trace(8, "fapId: {}", fapId);
    const Pondo::Ptr<const PlatformUnitPortFapInfo> info = unitPortInfo_->fapInfo(fapId);

@@ -8,6 +8,7 @@
 // PHY island and time-sync status entities of its slice and chip.
 #pragma once
 
+#include <cstdint>
 #include <string_view>
 
 #include "Kiv/Dir.h"
@@ -102,13 +103,16 @@ class VYRPTP_EXPORT VyrPtpHwStatusFapSm final : public Kiv::Reactor {
    void processIntfReady();
 
   private:
-   void on_unitPortFapInfo(const Kiv::Change& c);
-   void on_ptpHwConfig(const Kiv::Change& c);
-   void on_externalPhyTimestampLocationConfig(const Kiv::Change& c);
-   void on_ptpTimestampingStatus(const Kiv::Change& c);
-   void on_timeSyncStatus(const Kiv::Change& c);
+   void on_intfInfo(Wyx::IntfId intfId);
+   void on_intfConfig(Wyx::IntfId intfId);
+   void on_enabled(const Ptp::HwIntfConfig& config);
+   void on_enabledPhysicalIntfConfig(Wyx::IntfId intfId);
+   void on_location(const PtpTimestampLocationIntfConfig& entry);
+   void on_physicalIntfStatus(Wyx::IntfId intfId);
+   void on_intfReadyForPacket(const PtpTimestampIntfStatus& phy);
+   void on_state();
    void onTimeSyncStatus(const PtpTimeSync::SwitchStatus* previous, bool initial);
-   void on_asicTimestampFileStatus(const Kiv::Change& c);
+   void on_timestampFd(std::int32_t previous, std::int32_t now);
    void onConstruct() override;
    void startAsicTimestampFileSm(const Platform::Attributes& attributes);
    // Whether a change of a shared input about `intfId` concerns this chip.
@@ -183,20 +187,23 @@ class VYRPTP_EXPORT VyrPtpHwStatusSm final : public Kiv::Reactor {
      public:
       NestedSm_TimeSyncHwStatus(Pondo::Ptr<const PtpTimeSync::HwStatus> hwStatus, VyrPtpHwStatusSm* owner,
                                 Pondo::String sliceName)
-          : NestedSm(std::move(hwStatus), owner, Kiv::onAny<&NestedSm_TimeSyncHwStatus::onAttribute>),
+          : NestedSm(std::move(hwStatus), owner,
+                     Kiv::on<PtpTimeSync::HwStatus::switchAsic_t, &NestedSm_TimeSyncHwStatus::handleSwitchAsic>,
+                     Kiv::on<Kiv::Inside<PtpTimeSync::HwStatus::switchAsic_t, PtpTimeSync::SwitchStatus::state_t>,
+                             &NestedSm_TimeSyncHwStatus::handleState>),
             sliceName_(std::move(sliceName)) {}
 
      private:
-      void onAttribute(const Kiv::Change& c);
-      void chipChanged(const Pondo::String& chipName);
+      void handleSwitchAsic(const Pondo::String& chipName);
+      void handleState(const PtpTimeSync::SwitchStatus& chip);
 
       Pondo::String sliceName_;
    };
 
   private:
-   void on_unitPortInfo(const Kiv::Change& c);
-   void on_ptpTimestampingStatusDir(const Kiv::Change& c);
-   void on_timeSyncHwStatusDir(const Kiv::Change& c);
+   // An entry of the directory added, replaced or removed.
+   void handlePtpTimestampingStatusDir(const Pondo::String& name);
+   void handleTimeSyncHwStatusDir(const Pondo::String& sliceName);
 
    Kiv::Input<const PlatformUnitPortInfo> unitPortInfo_;
    Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig_;
