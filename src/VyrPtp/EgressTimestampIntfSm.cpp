@@ -63,10 +63,15 @@ EgressTimestampIntfSm::EgressTimestampIntfSm(Pondo::Ptr<const Interface::AllEthP
                                              Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                              Pondo::Ptr<const Ptp::Status> ptpStatus,
                                              Pondo::Ptr<EgressTimestampIntfStatus> egressTimestampIntfStatus)
-    : ethPhyIntfStatus_(this, std::move(ethPhyIntfStatus), Kiv::onAny<&EgressTimestampIntfSm::on_ethPhyIntfStatus>),
-      lagStatus_(this, std::move(lagStatus), Kiv::onAny<&EgressTimestampIntfSm::on_lagStatus>),
-      ptpHwConfig_(this, std::move(ptpHwConfig), Kiv::onAny<&EgressTimestampIntfSm::on_ptpHwConfig>),
-      ptpStatus_(this, std::move(ptpStatus), Kiv::onAny<&EgressTimestampIntfSm::on_ptpStatus>),
+    : ethPhyIntfStatus_(
+          this, std::move(ethPhyIntfStatus),
+          Kiv::on<Interface::AllEthPhyIntfStatusDir::intfStatus_t, &EgressTimestampIntfSm::handleIntfStatus>),
+      lagStatus_(this, std::move(lagStatus),
+                 Kiv::on<Hardware::Lag::Status::programmedMember_t, &EgressTimestampIntfSm::handleProgrammedMember>),
+      ptpHwConfig_(this, std::move(ptpHwConfig),
+                   Kiv::on<Ptp::HwConfig::ptpMode_t, &EgressTimestampIntfSm::handlePtpMode>,
+                   Kiv::on<Ptp::HwConfig::intfConfig_t, &EgressTimestampIntfSm::handleIntfConfig>),
+      ptpStatus_(this, std::move(ptpStatus), Kiv::on<Ptp::Status::portDS_t, &EgressTimestampIntfSm::on_portDS>),
       egressTimestampIntfStatus_(std::move(egressTimestampIntfStatus)) {}
 
 EgressTimestampIntfSm::~EgressTimestampIntfSm() = default;
@@ -76,35 +81,23 @@ void EgressTimestampIntfSm::nestedIs(Kiv::Collection<K, Sm>& nested, const K& ke
    Kiv::shadow(nested, key, member, [&] { return Kiv::make<Sm>(key, this, member); });
 }
 
-void EgressTimestampIntfSm::on_ethPhyIntfStatus(const Kiv::Change& c) {
-   if (c.source == ethPhyIntfStatus_.get() && c.field == Interface::AllEthPhyIntfStatusDir::F::intfStatus) {
-      const auto& key = c.keyAs<Wyx::IntfId>();
-      nestedIs(intfStatus_, key, ethPhyIntfStatus_->intfStatus(key));
-   }
+void EgressTimestampIntfSm::handleIntfStatus(Wyx::IntfId intfId) {
+   nestedIs(intfStatus_, intfId, ethPhyIntfStatus_->intfStatus(intfId));
 }
 
 // Changes of a LAG's member set run nothing by themselves.
-void EgressTimestampIntfSm::on_lagStatus(const Kiv::Change& c) {
-   if (c.source == lagStatus_.get() && c.field == Hardware::Lag::Status::F::programmedMember) {
-      const auto& key = c.keyAs<Wyx::IntfId>();
-      nestedIs(programmedMember_, key, lagStatus_->programmedMember(key));
-   }
+void EgressTimestampIntfSm::handleProgrammedMember(Wyx::IntfId intfId) {
+   nestedIs(programmedMember_, intfId, lagStatus_->programmedMember(intfId));
 }
 
-void EgressTimestampIntfSm::on_ptpHwConfig(const Kiv::Change& c) {
-   if (c.source != ptpHwConfig_.get()) return;
-   if (c.field == Ptp::HwConfig::F::ptpMode) {
-      handlePtpMode();
-   } else if (c.field == Ptp::HwConfig::F::intfConfig) {
-      const auto& key = c.keyAs<Wyx::IntfId>();
-      nestedIs(intfConfig_, key, ptpHwConfig_->intfConfig(key));
-   }
+void EgressTimestampIntfSm::handleIntfConfig(Wyx::IntfId intfId) {
+   nestedIs(intfConfig_, intfId, ptpHwConfig_->intfConfig(intfId));
 }
 
-void EgressTimestampIntfSm::on_ptpStatus(const Kiv::Change& c) {
-   if (c.source != ptpStatus_.get() || c.field != Ptp::Status::F::portDS) return;
-   nestedIs(portDS_, c.keyAs<PortDSKey>(), ptpStatus_->portDS(c.keyAs<PortDSKey>()));
-   if (initialized()) handlePortDS(c.keyAs<PortDSKey>());
+// Port data sets replayed at the start are evaluated by handleCreated.
+void EgressTimestampIntfSm::on_portDS(const PortDSKey& key) {
+   nestedIs(portDS_, key, ptpStatus_->portDS(key));
+   if (initialized()) handlePortDS(key);
 }
 
 void EgressTimestampIntfSm::onConstruct() { handleCreated(); }

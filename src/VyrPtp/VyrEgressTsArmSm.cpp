@@ -21,9 +21,10 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint, Pondo::Ptr<Brim::TimerWheel> timerWheel)
     : logicalFapId_(logicalFapId),
       egressTimestampIntfStatus_(this, Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus"),
-                                 Kiv::onAny<&VyrEgressTsArmLogicalFapSm::on_egressTimestampIntfStatus>),
+                                 Kiv::on<EgressTimestampIntfStatus::physicalIntfNeedsPolling_t,
+                                         &VyrEgressTsArmLogicalFapSm::on_physicalIntfNeedsPolling>),
       tsLogicalFapInfo_(this, Kiv::nonNull(tsLogicalFapInfo, "tsLogicalFapInfo"),
-                        Kiv::onAny<&VyrEgressTsArmLogicalFapSm::on_tsLogicalFapInfo>),
+                        Kiv::on<PlatformEgressTsLogicalFapInfo::intfInfo_t, &VyrEgressTsArmLogicalFapSm::on_intfInfo>),
       timestampFetcher_(Kiv::nonNull(timestampFetcher, "timestampFetcher")),
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
@@ -33,17 +34,14 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
 
 // Changes heard during construction are ignored: onConstruct walks both inputs
 // once the table exists.
-void VyrEgressTsArmLogicalFapSm::on_egressTimestampIntfStatus(const Kiv::Change& c) {
-   if (!egressTsTable_ || c.source != egressTimestampIntfStatus_.get()) return;
-   if (c.field == EgressTimestampIntfStatus::F::physicalIntfNeedsPolling) {
-      handlePhysicalIntfNeedsPolling(c.keyAs<IntfId>());
-   }
+void VyrEgressTsArmLogicalFapSm::on_physicalIntfNeedsPolling(IntfId intfId) {
+   if (!egressTsTable_) return;
+   handlePhysicalIntfNeedsPolling(intfId);
 }
 
-void VyrEgressTsArmLogicalFapSm::on_tsLogicalFapInfo(const Kiv::Change& c) {
-   if (c.source != tsLogicalFapInfo_.get() || c.field != PlatformEgressTsLogicalFapInfo::F::intfInfo) return;
+void VyrEgressTsArmLogicalFapSm::on_intfInfo(IntfId intfId) {
    polledStale_ = true;
-   if (egressTsTable_) handleIntfInfo(c.keyAs<IntfId>());
+   if (egressTsTable_) handleIntfInfo(intfId);
 }
 
 void VyrEgressTsArmLogicalFapSm::onConstruct() {
@@ -281,26 +279,30 @@ VyrEgressTsPollingAdapterSm::VyrEgressTsPollingAdapterSm(
     Pondo::Ptr<const EgressTimestampIntfStatus> inputEgressTsIntfStatus,
     Pondo::Ptr<EgressTimestampIntfStatus> outputEgressTsIntfStatus)
     : ptpTimestampLocationConfig_(this, Kiv::nonNull(ptpTimestampLocationConfig, "ptpTimestampLocationConfig"),
-                                  Kiv::onAny<&VyrEgressTsPollingAdapterSm::on_ptpTimestampLocationConfig>),
+                                  Kiv::on<PtpTimestampLocationConfig::enabledPhysicalIntfConfig_t,
+                                          &VyrEgressTsPollingAdapterSm::on_enabledPhysicalIntfConfig>,
+                                  Kiv::on<Kiv::Inside<PtpTimestampLocationConfig::enabledPhysicalIntfConfig_t,
+                                                      PtpTimestampLocationIntfConfig::location_t>,
+                                          &VyrEgressTsPollingAdapterSm::on_location>),
       inputEgressTsIntfStatus_(this, Kiv::nonNull(inputEgressTsIntfStatus, "inputEgressTsIntfStatus"),
-                               Kiv::onAny<&VyrEgressTsPollingAdapterSm::on_inputEgressTsIntfStatus>),
+                               Kiv::on<EgressTimestampIntfStatus::physicalIntfNeedsPolling_t,
+                                       &VyrEgressTsPollingAdapterSm::on_physicalIntfNeedsPolling>),
       outputEgressTsIntfStatus_(Kiv::nonNull(outputEgressTsIntfStatus, "outputEgressTsIntfStatus")) {}
 
 // An entry's appearance, removal and location changes count; its copied facts do not.
-void VyrEgressTsPollingAdapterSm::on_ptpTimestampLocationConfig(const Kiv::Change& c) {
+void VyrEgressTsPollingAdapterSm::on_enabledPhysicalIntfConfig(IntfId intfId) {
    if (!initialized()) return;
-   if (c.source == ptpTimestampLocationConfig_.get()) {
-      if (c.field == PtpTimestampLocationConfig::F::enabledPhysicalIntfConfig) handleLocation(c.keyAs<IntfId>());
-   } else if (c.field == PtpTimestampLocationIntfConfig::F::location) {
-      handleLocation(static_cast<const PtpTimestampLocationIntfConfig*>(c.source)->intfId());
-   }
+   handleLocation(intfId);
 }
 
-void VyrEgressTsPollingAdapterSm::on_inputEgressTsIntfStatus(const Kiv::Change& c) {
-   if (!initialized() || c.source != inputEgressTsIntfStatus_.get()) return;
-   if (c.field == EgressTimestampIntfStatus::F::physicalIntfNeedsPolling) {
-      handlePhysicalIntfNeedsPolling(c.keyAs<IntfId>());
-   }
+void VyrEgressTsPollingAdapterSm::on_location(const PtpTimestampLocationIntfConfig& entry) {
+   if (!initialized()) return;
+   handleLocation(entry.intfId());
+}
+
+void VyrEgressTsPollingAdapterSm::on_physicalIntfNeedsPolling(IntfId intfId) {
+   if (!initialized()) return;
+   handlePhysicalIntfNeedsPolling(intfId);
 }
 
 // The inputs in their declaration order: the location entries, then the decisions.
@@ -355,16 +357,16 @@ VyrEgressTsArmAggregateSm::VyrEgressTsArmAggregateSm(
     Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint)
     : egressTimestampIntfStatus_(Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus")),
       tsInterfaceInfo_(this, Kiv::nonNull(tsInterfaceInfo, "tsInterfaceInfo"),
-                       Kiv::onAny<&VyrEgressTsArmAggregateSm::on_tsInterfaceInfo>),
+                       Kiv::on<PlatformEgressTsInfo::logicalFapInfo_t, &VyrEgressTsArmAggregateSm::on_logicalFapInfo>),
       timeSyncConfig_(std::move(timeSyncConfig)),
       timeSyncStatus_(std::move(timeSyncStatus)),
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")) {}
 
 // Only additions and removals of logical FAPs count, not changes inside them.
-void VyrEgressTsArmAggregateSm::on_tsInterfaceInfo(const Kiv::Change& c) {
-   if (!initialized() || c.source != tsInterfaceInfo_.get()) return;
-   if (c.field == PlatformEgressTsInfo::F::logicalFapInfo) handleLogicalFapInfo(c.keyAs<LogicalFapId>());
+void VyrEgressTsArmAggregateSm::on_logicalFapInfo(LogicalFapId logicalFapId) {
+   if (!initialized()) return;
+   handleLogicalFapInfo(logicalFapId);
 }
 
 // Timestamps published before this start are stale: they go before any collector runs.

@@ -129,8 +129,8 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    void sendEgressTimestampReadReq();
 
   private:
-   void on_egressTimestampIntfStatus(const Kiv::Change& c);
-   void on_tsLogicalFapInfo(const Kiv::Change& c);
+   void on_physicalIntfNeedsPolling(Wyx::IntfId intfId);
+   void on_intfInfo(Wyx::IntfId intfId);
    void onConstruct() override;
    void onDestruct() override;
    // The interface's slot; index 0 and port type 0 when the interface has no info.
@@ -194,8 +194,9 @@ class VYRPTP_EXPORT VyrEgressTsPollingAdapterSm final : public Kiv::Reactor {
    void processPtpLocationAndPolling(Wyx::IntfId intfId);
 
   private:
-   void on_ptpTimestampLocationConfig(const Kiv::Change& c);
-   void on_inputEgressTsIntfStatus(const Kiv::Change& c);
+   void on_enabledPhysicalIntfConfig(Wyx::IntfId intfId);
+   void on_location(const PtpTimestampLocationIntfConfig& entry);
+   void on_physicalIntfNeedsPolling(Wyx::IntfId intfId);
    void handleInitialized() override;
 
    Kiv::Input<const PtpTimestampLocationConfig> ptpTimestampLocationConfig_;
@@ -278,7 +279,7 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
    void checkAllInputsPresent(LogicalFapId logicalFapId);
 
   private:
-   void on_tsInterfaceInfo(const Kiv::Change& c);
+   void on_logicalFapInfo(LogicalFapId logicalFapId);
    void handleInitialized() override;
 
    Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus_;

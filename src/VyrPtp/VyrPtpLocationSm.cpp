@@ -23,49 +23,70 @@ VyrPtpLocationSm::VyrPtpLocationSm(Pondo::Ptr<const Ptp::HwConfig> ptpHwConfig,
                                    Pondo::Ptr<PtpTimestampLocationConfig> externalPhyTimestampLocationConfig,
                                    Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig,
                                    Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus)
-    : ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"), Kiv::onAny<&VyrPtpLocationSm::on_ptpHwConfig>),
+    : ptpHwConfig_(this, Kiv::nonNull(ptpHwConfig, "ptpHwConfig"),
+                   Kiv::on<Ptp::HwConfig::ptpMode_t, &VyrPtpLocationSm::on_ptpMode>,
+                   Kiv::on<Ptp::HwConfig::timestampLocation_t, &VyrPtpLocationSm::on_timestampLocation>,
+                   Kiv::on<Ptp::HwConfig::intfConfig_t, &VyrPtpLocationSm::on_intfConfig>,
+                   Kiv::on<Kiv::Inside<Ptp::HwConfig::intfConfig_t, Ptp::HwIntfConfig::enabled_t>,
+                           &VyrPtpLocationSm::on_enabled>),
       externalPhyTimestampLocationConfig_(
           Kiv::nonNull(externalPhyTimestampLocationConfig, "externalPhyTimestampLocationConfig")),
       ptpTimeSyncConfig_(this, Kiv::nonNull(ptpTimeSyncConfig, "ptpTimeSyncConfig"),
-                         Kiv::onAny<&VyrPtpLocationSm::on_ptpTimeSyncConfig>),
+                         Kiv::on<PtpTimeSync::Config::switchAsic_t, &VyrPtpLocationSm::on_switchAsic>,
+                         Kiv::on<Kiv::Inside<PtpTimeSync::Config::switchAsic_t, PtpTimeSync::SwitchConfig::mode_t>,
+                                 &VyrPtpLocationSm::on_mode>),
       egressTimestampIntfStatus_(this, Kiv::nonNull(egressTimestampIntfStatus, "egressTimestampIntfStatus"),
-                                 Kiv::onAny<&VyrPtpLocationSm::on_egressTimestampIntfStatus>) {}
+                                 Kiv::on<EgressTimestampIntfStatus::physicalIntfNeedsPolling_t,
+                                         &VyrPtpLocationSm::on_physicalIntfNeedsPolling>,
+                                 Kiv::on<EgressTimestampIntfStatus::physicalIntfNeedsOneStepCfUpdate_t,
+                                         &VyrPtpLocationSm::on_physicalIntfNeedsOneStepCfUpdate>,
+                                 Kiv::on<EgressTimestampIntfStatus::clockId_t, &VyrPtpLocationSm::on_clockId>) {}
 
-// The initial pass is left to onConstruct, which walks every configured interface.
-void VyrPtpLocationSm::on_ptpHwConfig(const Kiv::Change& c) {
+// The initial pass is left to onConstruct, which walks every configured
+// interface: until then, with notifications off, the bindings run nothing.
+void VyrPtpLocationSm::on_ptpMode() {
    if (!hasNotificationActive()) return;
-   if (c.source == ptpHwConfig_.get()) {
-      switch (c.field) {
-         case Ptp::HwConfig::F::ptpMode: handlePtpMode(); break;
-         case Ptp::HwConfig::F::timestampLocation: handleTimestampLocation(); break;
-         case Ptp::HwConfig::F::intfConfig: handlePtpEnabled(c.keyAs<IntfId>()); break;
-         default: break;
-      }
-   } else if (c.source->ownerField() == Ptp::HwConfig::F::intfConfig && c.field == Ptp::HwIntfConfig::F::enabled) {
-      handlePtpEnabled(static_cast<const Ptp::HwIntfConfig*>(c.source)->intfId());
-   }
+   handlePtpMode();
 }
 
-void VyrPtpLocationSm::on_ptpTimeSyncConfig(const Kiv::Change& c) {
+void VyrPtpLocationSm::on_timestampLocation() {
    if (!hasNotificationActive()) return;
-   if (c.source == ptpTimeSyncConfig_.get()) {
-      if (c.field == PtpTimeSync::Config::F::switchAsic) handlePtpTimeSyncConfig(c.keyAs<Pondo::String>());
-   } else if (c.source->ownerField() == PtpTimeSync::Config::F::switchAsic &&
-              c.field == PtpTimeSync::SwitchConfig::F::mode) {
-      handlePtpTimeSyncConfig(static_cast<const PtpTimeSync::SwitchConfig*>(c.source)->name());
-   }
+   handleTimestampLocation();
 }
 
-void VyrPtpLocationSm::on_egressTimestampIntfStatus(const Kiv::Change& c) {
-   if (!hasNotificationActive() || c.source != egressTimestampIntfStatus_.get()) return;
-   switch (c.field) {
-      case EgressTimestampIntfStatus::F::physicalIntfNeedsPolling: handleIntfNeedsPolling(c.keyAs<IntfId>()); break;
-      case EgressTimestampIntfStatus::F::physicalIntfNeedsOneStepCfUpdate:
-         handleIntfNeedsOneStepCfUpdate(c.keyAs<IntfId>());
-         break;
-      case EgressTimestampIntfStatus::F::clockId: handleClockId(c.keyAs<IntfId>()); break;
-      default: break;
-   }
+void VyrPtpLocationSm::on_intfConfig(IntfId intfId) {
+   if (!hasNotificationActive()) return;
+   handlePtpEnabled(intfId);
+}
+
+void VyrPtpLocationSm::on_enabled(const Ptp::HwIntfConfig& config) {
+   if (!hasNotificationActive()) return;
+   handlePtpEnabled(config.intfId());
+}
+
+void VyrPtpLocationSm::on_switchAsic(const Pondo::String& name) {
+   if (!hasNotificationActive()) return;
+   handlePtpTimeSyncConfig(name);
+}
+
+void VyrPtpLocationSm::on_mode(const PtpTimeSync::SwitchConfig& chip) {
+   if (!hasNotificationActive()) return;
+   handlePtpTimeSyncConfig(chip.name());
+}
+
+void VyrPtpLocationSm::on_physicalIntfNeedsPolling(IntfId intfId) {
+   if (!hasNotificationActive()) return;
+   handleIntfNeedsPolling(intfId);
+}
+
+void VyrPtpLocationSm::on_physicalIntfNeedsOneStepCfUpdate(IntfId intfId) {
+   if (!hasNotificationActive()) return;
+   handleIntfNeedsOneStepCfUpdate(intfId);
+}
+
+void VyrPtpLocationSm::on_clockId(IntfId intfId) {
+   if (!hasNotificationActive()) return;
+   handleClockId(intfId);
 }
 
 // Rebuilds the location entries of every configured interface after a restart.

@@ -56,9 +56,15 @@ class VYRPTP_EXPORT VyrPtpLocationSm final : public Kiv::Reactor {
    void computePtpLocation(Wyx::IntfId intfId);
 
   private:
-   void on_ptpHwConfig(const Kiv::Change& c);
-   void on_ptpTimeSyncConfig(const Kiv::Change& c);
-   void on_egressTimestampIntfStatus(const Kiv::Change& c);
+   void on_ptpMode();
+   void on_timestampLocation();
+   void on_intfConfig(Wyx::IntfId intfId);
+   void on_enabled(const Ptp::HwIntfConfig& config);
+   void on_switchAsic(const Pondo::String& name);
+   void on_mode(const PtpTimeSync::SwitchConfig& chip);
+   void on_physicalIntfNeedsPolling(Wyx::IntfId intfId);
+   void on_physicalIntfNeedsOneStepCfUpdate(Wyx::IntfId intfId);
+   void on_clockId(Wyx::IntfId intfId);
    void onConstruct() override;
    void updateIntf(Wyx::IntfId intfId);
 
