@@ -159,10 +159,8 @@ void NestedSm_LogicalFapStatusWatcher::handleProgrammedIntf(IntfId) {
 VyrCfUpdateArmSm::VyrCfUpdateArmSm(Pondo::Ptr<const PlatformCfUpdateInfo> cfUpdateInfo,
                                    Pondo::Ptr<Statebase::EntityManager> statebaseEm,
                                    Pondo::Ptr<VyrPtp::Programmer::Status> programmerStatus)
-    : cfUpdateInfo_(
-          this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"),
-          Kiv::on<PlatformCfUpdateInfo::logicalFapInfo_t,
-                  static_cast<void (VyrCfUpdateArmSm::*)(LogicalFapId)>(&VyrCfUpdateArmSm::handleLogicalFapInfo)>),
+    : cfUpdateInfo_(this, Kiv::nonNull(cfUpdateInfo, "cfUpdateInfo"),
+                    Kiv::on<PlatformCfUpdateInfo::logicalFapInfo_t, &VyrCfUpdateArmSm::on_logicalFapInfo>),
       statebaseEm_(std::move(statebaseEm)),
       programmerStatus_(Kiv::nonNull(programmerStatus, "programmerStatus")) {}
 
@@ -175,10 +173,14 @@ void VyrCfUpdateArmSm::handleLogicalFapInfo() {
 
 // Logical FAPs coming and going; changes inside them are their machines'
 // business, and those arriving while the machine is built are left to
-// handleInitialized. The chip machine goes before its record: its teardown
-// empties the record, which re-evaluates "CF_UPDATE" through the watcher.
+// handleInitialized.
+void VyrCfUpdateArmSm::on_logicalFapInfo(LogicalFapId logicalFapId) {
+   if (initialized()) handleLogicalFapInfo(logicalFapId);
+}
+
+// The chip machine goes before its record: its teardown empties the record,
+// which re-evaluates "CF_UPDATE" through the watcher.
 void VyrCfUpdateArmSm::handleLogicalFapInfo(LogicalFapId logicalFapId) {
-   if (!initialized()) return;
    trace(8, "for logicalFapId: {}", logicalFapId);
    if (const PlatformCfUpdateLogicalFapInfo* info = cfUpdateInfo_->logicalFapInfo(logicalFapId)) {
       Pondo::Ptr<CfUpdateProgrammedStatus> status = logicalFapStatusIs(logicalFapId);

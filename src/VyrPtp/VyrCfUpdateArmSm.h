@@ -163,6 +163,7 @@ class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {
 
   private:
    void handleInitialized() override;
+   void on_logicalFapInfo(LogicalFapId logicalFapId);
 
    Kiv::Input<const PlatformCfUpdateInfo> cfUpdateInfo_;
    Pondo::Ptr<Statebase::EntityManager> statebaseEm_;

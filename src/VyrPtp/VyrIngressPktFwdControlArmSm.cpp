@@ -14,7 +14,7 @@ VyrIngressPktFwdControlArmSm::VyrIngressPktFwdControlArmSm(Pondo::Ptr<const Plat
                                                            Pondo::Ptr<Statebase::EntityManager> statebaseEm)
     : globalChipInfo_(
           this, std::move(globalChipInfo),
-          Kiv::on<PlatformGlobalChipInfo::logicalFapInfo_t, &VyrIngressPktFwdControlArmSm::handleLogicalFapInfo>),
+          Kiv::on<PlatformGlobalChipInfo::logicalFapInfo_t, &VyrIngressPktFwdControlArmSm::on_logicalFapInfo>),
       statebaseEm_(std::move(statebaseEm)) {}
 
 void VyrIngressPktFwdControlArmSm::handleInitialized() {
@@ -24,8 +24,11 @@ void VyrIngressPktFwdControlArmSm::handleInitialized() {
 
 // Members arriving while the machine is built are left to handleInitialized.
 // A removed logical FAP leaves its chip's table as it is.
+void VyrIngressPktFwdControlArmSm::on_logicalFapInfo(LogicalFapId logicalFapId) {
+   if (initialized()) handleLogicalFapInfo(logicalFapId);
+}
+
 void VyrIngressPktFwdControlArmSm::handleLogicalFapInfo(LogicalFapId logicalFapId) {
-   if (!initialized()) return;
    trace(8, "logicalFapId: {}", logicalFapId);
    const PlatformGlobalChipLogicalFapInfo* info = globalChipInfo_->logicalFapInfo(logicalFapId);
    if (!info) {

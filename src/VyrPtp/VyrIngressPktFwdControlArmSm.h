@@ -46,7 +46,7 @@ class VYRPTP_EXPORT VyrIngressPktFwdControlArmSm final : public Kiv::Reactor {
    void ingressPktFwdControlTableDelAll() { ingressPktFwdControlTable_.delAll(); }
 
    // Sets up and programs the table of the logical FAP's chip, unless the
-   // chip has one; nothing before the machine is initialized.
+   // chip has one.
    // Pondo::RangeError when the id is no unit number.
    void handleLogicalFapInfo(LogicalFapId logicalFapId);
    // Writes every profile's row into the chip's table, in profile order.
@@ -55,6 +55,7 @@ class VYRPTP_EXPORT VyrIngressPktFwdControlArmSm final : public Kiv::Reactor {
 
   private:
    void handleInitialized() override;
+   void on_logicalFapInfo(LogicalFapId logicalFapId);
 
    Kiv::Input<const PlatformGlobalChipInfo> globalChipInfo_;
    Pondo::Ptr<Statebase::EntityManager> statebaseEm_;
