@@ -86,12 +86,12 @@ Fault parseFault(const Scenario& s, const Event& e) {
 class ReadyWatch final : public Kiv::Reactor {
   public:
    ReadyWatch(Pondo::Ptr<const VyrPtp::AsicTimestampFileStatus> status, std::function<void(int)> onFd)
-       : status_(this, std::move(status), Kiv::onAny<&ReadyWatch::on_status>), onFd_(std::move(onFd)) {}
+       : status_(this, std::move(status),
+                 Kiv::on<VyrPtp::AsicTimestampFileStatus::timestampFd_t, &ReadyWatch::handleTimestampFd>),
+         onFd_(std::move(onFd)) {}
 
   private:
-   void on_status(const Kiv::Change& c) {
-      if (c.field == VyrPtp::AsicTimestampFileStatus::F::timestampFd) onFd_(status_->timestampFd());
-   }
+   void handleTimestampFd() { onFd_(status_->timestampFd()); }
    Kiv::Input<const VyrPtp::AsicTimestampFileStatus> status_;
    std::function<void(int)> onFd_;
 };
@@ -101,15 +101,14 @@ class LatchWatch final : public Kiv::Reactor {
   public:
    LatchWatch(Pondo::Ptr<const Asic::SimulatedChip> chip, std::function<void()> onLatch,
               std::function<void()> onReadOut)
-       : chip_(this, std::move(chip), Kiv::onAny<&LatchWatch::on_chip>),
+       : chip_(this, std::move(chip), Kiv::on<Asic::SimulatedChip::sent_t, &LatchWatch::handleSent>,
+               Kiv::on<Asic::SimulatedChip::read_t, &LatchWatch::handleRead>),
          onLatch_(std::move(onLatch)),
          onReadOut_(std::move(onReadOut)) {}
 
   private:
-   void on_chip(const Kiv::Change& c) {
-      if (c.field == Asic::SimulatedChip::F::sent) onLatch_();
-      if (c.field == Asic::SimulatedChip::F::read) onReadOut_();
-   }
+   void handleSent(const Asic::EgressTsSwTableKey&) { onLatch_(); }
+   void handleRead(const Asic::EgressTsSwTableKey&) { onReadOut_(); }
    Kiv::Input<const Asic::SimulatedChip> chip_;
    std::function<void()> onLatch_, onReadOut_;
 };

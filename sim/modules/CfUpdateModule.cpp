@@ -90,9 +90,10 @@ class CfUpdateReporter final : public Kiv::Reactor {
    CfUpdateReporter(Pondo::Ptr<const PlatformCfUpdateInfo> info, Pondo::Ptr<const PtpActions> actions,
                     Pondo::Ptr<const VyrPtp::Programmer::Status> status, std::map<IntfId, Intf>& intfs,
                     const ProgrammerRecords& records, World& world)
-       : info_(this, std::move(info), Kiv::onAny<&CfUpdateReporter::on_change>),
-         actions_(this, std::move(actions), Kiv::onAny<&CfUpdateReporter::on_change>),
-         status_(this, std::move(status), Kiv::onAny<&CfUpdateReporter::on_status>),
+       : info_(this, std::move(info), Kiv::onAny<&CfUpdateReporter::on_info>),
+         actions_(this, std::move(actions), Kiv::on<PtpActions::generation_t, &CfUpdateReporter::handleGeneration>),
+         status_(this, std::move(status),
+                 Kiv::on<VyrPtp::Programmer::Status::programmerActive_t, &CfUpdateReporter::handleProgrammerActive>),
          intfs_(intfs),
          records_(records),
          world_(world) {}
@@ -105,13 +106,15 @@ class CfUpdateReporter final : public Kiv::Reactor {
 
   private:
    void handleInitialized() override { judge_.timeMinIs(Kiv::currentTime()); }
-   void on_change(const Kiv::Change&) {
+   // Any change of the records, down to a field of an interface's record.
+   void on_info(const Kiv::Change&) { rejudge(); }
+   void handleGeneration() { rejudge(); }
+   void rejudge() {
       if (initialized()) judge_.timeMinIs(Kiv::currentTime());
    }
-   void on_status(const Kiv::Change& c) {
-      if (c.source != status_.get() || c.field != VyrPtp::Programmer::Status::F::programmerActive) return;
-      if (c.keyAs<Pondo::String>() != kCfUpdate) return;
-      const bool active = c.kind == Kiv::Change::Kind::added;
+   void handleProgrammerActive(const Pondo::String& type) {
+      if (type != kCfUpdate) return;
+      const bool active = status_->programmerActive(kCfUpdate);
       transitions.push_back({Kiv::currentTime(), active});
       world_.log("cfUpdate: CF_UPDATE becomes {}", active ? "an active programmer" : "inactive");
    }

@@ -188,8 +188,54 @@ struct ChipState {
    Asic::SimulatedChip* device;
    bool asicTimeFile = false;
    std::map<Asic::EgressTsSwTableKey, Flow*> bySlot;
-   Pondo::Ptr<Watch<Asic::SimulatedChip>> watch;
+   Pondo::Ptr<MemberWatch<Asic::SimulatedChip::read_t>> watch;
    int timeFile = -1;  // the ASIC time file, for checking published times
+};
+
+// Logs the interfaces each collector of the aggregate starts and stops
+// polling while it belongs to the aggregate. A change of a collector's set
+// names the collector, not the interface: the interface is told from the set
+// last seen, taken when the collector joined.
+class PollingWatch final : public Kiv::Reactor {
+   using Aggregate = VyrPtp::VyrEgressTsArmAggregateSm;
+   using Collector = VyrPtp::VyrEgressTsArmLogicalFapSm;
+
+  public:
+   PollingWatch(Pondo::Ptr<const Aggregate> aggregate, World& world)
+       : aggregate_(this, std::move(aggregate), Kiv::on<Aggregate::logicalFapSm_t, &PollingWatch::handleLogicalFapSm>,
+                    Kiv::on<Kiv::Inside<Aggregate::logicalFapSm_t, Collector::pollInterface_t>,
+                            &PollingWatch::handlePollInterface>),
+         world_(world) {}
+
+  private:
+   void handleLogicalFapSm(const VyrPtp::LogicalFapId& id) {
+      const Collector* sm = aggregate_->logicalFapSm(id);
+      if (!sm) {
+         polled_.erase(id);
+         return;
+      }
+      std::set<IntfId>& seen = polled_[id];
+      seen.clear();
+      for (IntfId i : sm->pollInterface()) seen.insert(i);
+   }
+   void handlePollInterface(const Collector& sm) {
+      std::set<IntfId>& seen = polled_[sm.logicalFapId()];
+      for (auto it = seen.begin(); it != seen.end();) {
+         if (sm.pollInterface().contains(*it)) {
+            ++it;
+            continue;
+         }
+         world_.log("egress collection: chip {} no longer polls {}", sm.logicalFapId(), it->shortName());
+         it = seen.erase(it);
+      }
+      for (IntfId i : sm.pollInterface()) {
+         if (seen.insert(i).second) world_.log("egress collection: chip {} polls {}", sm.logicalFapId(), i.shortName());
+      }
+   }
+
+   Kiv::Input<const Aggregate> aggregate_;
+   World& world_;
+   std::map<VyrPtp::LogicalFapId, std::set<IntfId>> polled_;  // by collector
 };
 
 class EgressCollectionModule final : public Module {
@@ -291,18 +337,18 @@ class EgressCollectionModule final : public Module {
       tsInfo_ = VyrPtp::platformEgressTsInfoFactory();
       db.entityPtrIs("platform/egressTsInfo", tsInfo_);
       for (ChipState& c : chips_) {
-         c.watch = Kiv::make<Watch<Asic::SimulatedChip>>(c.device, [this, &c](const Kiv::Change& ch) {
-            if (ch.field == Asic::SimulatedChip::F::read) readOut(c, ch.keyAs<Asic::EgressTsSwTableKey>());
-         });
+         c.watch = Kiv::make<MemberWatch<Asic::SimulatedChip::read_t>>(
+             c.device, [this, &c](const Asic::EgressTsSwTableKey& slot) { readOut(c, slot); });
       }
       // Where each interface is timestamped, as the location machine decides it.
-      locationWatch_ = Kiv::make<Watch<VyrPtp::PtpTimestampLocationConfig>>(location_, [this](const Kiv::Change& c) {
-         if (c.source != location_.get() || c.kind == Kiv::Change::Kind::changed) return;
-         auto it = flows_.find(c.keyAs<IntfId>());
-         if (it != flows_.end()) it->second.externalPhy.emplace_back(Kiv::currentTime(), c.added());
+      locationWatch_ = Kiv::make<LocationWatch>(location_, [this](const IntfId& i) {
+         auto it = flows_.find(i);
+         if (it != flows_.end()) {
+            it->second.externalPhy.emplace_back(Kiv::currentTime(), location_->enabledPhysicalIntfConfig(i) != nullptr);
+         }
       });
-      glintWatch_ = Kiv::make<Watch<Ptp::HwTimestampStatus>>(glint_, [this](const Kiv::Change& c) {
-         if (c.newValue) published(c.newAs<Ptp::IngressEgressTimes>());
+      glintWatch_ = Kiv::make<GlintWatch>(glint_, [this](const IntfId& i) {
+         if (const Ptp::IngressEgressTimes* t = glint_->intfTimestamp(i)) published(*t);
       });
       startMachines();
 
@@ -371,13 +417,7 @@ class EgressCollectionModule final : public Module {
       aggregate_ = VyrPtp::vyrEgressTsArmAggregateSmFactory(
           chipPolling_, tsInfo_, db.entityIs<PtpTimeSync::Config>("ptpTimeSync/config"),
           db.entityIs<PtpTimeSync::Status>("ptpTimeSync/status"), em_, glint_);
-      // The collectors' changes reach the aggregate's subscribers.
-      pollingWatch_ = Kiv::make<Watch<VyrPtp::VyrEgressTsArmAggregateSm>>(aggregate_, [this](const Kiv::Change& c) {
-         auto* sm = dynamic_cast<const VyrPtp::VyrEgressTsArmLogicalFapSm*>(c.source);
-         if (!sm || c.field != VyrPtp::VyrEgressTsArmLogicalFapSm::F::pollInterface) return;
-         world_->log("egress collection: chip {} {} {}", sm->logicalFapId(), c.added() ? "polls" : "no longer polls",
-                     c.keyAs<IntfId>().shortName());
-      });
+      pollingWatch_ = Kiv::make<PollingWatch>(aggregate_, *world_);
       for (ChipState& c : chips_) {
          Platform::productAttributesIs(Kiv::make<Platform::ProductAttributes>(
              Platform::Attributes{c.asicTimeFile, c.asicTimeFile && counterNeedsInit_}));
@@ -553,9 +593,11 @@ class EgressCollectionModule final : public Module {
    Pondo::Ptr<Ptp::HwTimestampStatus> glint_;
    Pondo::Ptr<VyrPtp::PlatformEgressTsInfo> tsInfo_;
    Pondo::Ptr<Statebase::EntityManager> em_;
-   Pondo::Ptr<Watch<Ptp::HwTimestampStatus>> glintWatch_;
-   Pondo::Ptr<Watch<VyrPtp::PtpTimestampLocationConfig>> locationWatch_;
-   Pondo::Ptr<Watch<VyrPtp::VyrEgressTsArmAggregateSm>> pollingWatch_;
+   using GlintWatch = MemberWatch<Ptp::HwTimestampStatus::intfTimestamp_t>;
+   using LocationWatch = MemberWatch<VyrPtp::PtpTimestampLocationConfig::enabledPhysicalIntfConfig_t>;
+   Pondo::Ptr<GlintWatch> glintWatch_;
+   Pondo::Ptr<LocationWatch> locationWatch_;
+   Pondo::Ptr<PollingWatch> pollingWatch_;
    Pondo::Ptr<VyrPtp::VyrEgressTsPollingAdapterSm> adapter_;
    Pondo::Ptr<VyrPtp::VyrEgressTsArmAggregateSm> aggregate_;
 };

@@ -149,11 +149,9 @@ class HwStatusModule final : public Module {
 
       // Snapshots after every change of readiness or location.
       statusWatch_ = Kiv::make<Watch<Ptp::HwStatus>>(hwStatus_, [this](const Kiv::Change&) { snapshotAll(); });
-      locationWatch_ = Kiv::make<Watch<VyrPtp::PtpTimestampLocationConfig>>(location_, [this](const Kiv::Change& c) {
-         if (c.source == location_.get()) {
-            world_->log("hw status: {} timestamped at its {}", c.keyAs<IntfId>().shortName(),
-                        c.added() ? "PHY" : "chip");
-         }
+      locationWatch_ = Kiv::make<LocationWatch>(location_, [this](const IntfId& i) {
+         world_->log("hw status: {} timestamped at its {}", i.shortName(),
+                     location_->enabledPhysicalIntfConfig(i) ? "PHY" : "chip");
       });
       snapshotAll();
    }
@@ -405,7 +403,8 @@ class HwStatusModule final : public Module {
    Pondo::Ptr<VyrPtp::Location::VyrPtpLocationSm> locationSm_;
    Pondo::Ptr<VyrPtp::Location::VyrPtpHwStatusSm> sm_;
    Pondo::Ptr<Watch<Ptp::HwStatus>> statusWatch_;
-   Pondo::Ptr<Watch<VyrPtp::PtpTimestampLocationConfig>> locationWatch_;
+   using LocationWatch = MemberWatch<VyrPtp::PtpTimestampLocationConfig::enabledPhysicalIntfConfig_t>;
+   Pondo::Ptr<LocationWatch> locationWatch_;
    std::map<IntfId, std::vector<Snapshot>> history_;
 };
 

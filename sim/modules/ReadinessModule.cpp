@@ -52,7 +52,7 @@ class SimProgrammer final : public Kiv::Reactor {
   public:
    SimProgrammer(ProgrammerDecl decl, std::vector<IntfId> intfs, Pondo::Ptr<const PtpActions> actions,
                  const ProgrammerRecords& records, World& world)
-       : actions_(this, std::move(actions), Kiv::onAny<&SimProgrammer::on_actions>),
+       : actions_(this, std::move(actions), Kiv::on<PtpActions::generation_t, &SimProgrammer::handleGeneration>),
          decl_(std::move(decl)),
          intfs_(std::move(intfs)),
          records_(records),
@@ -70,11 +70,7 @@ class SimProgrammer final : public Kiv::Reactor {
   private:
    // The actions present at start are programmed like any later ones.
    void handleInitialized() override { timer_.timeMinIs(Kiv::currentTime() + decl_.delay); }
-   void on_actions(const Kiv::Change& c) {
-      if (c.source == actions_.get() && c.field == PtpActions::F::generation) {
-         timer_.timeMinIs(Kiv::currentTime() + decl_.delay);
-      }
-   }
+   void handleGeneration() { timer_.timeMinIs(Kiv::currentTime() + decl_.delay); }
    void report() {
       const Pondo::Generation g{actions_->generation().counter, !decl_.failsAt.count(actions_->generation().counter)};
       world_.log("programmer {} reports generation {} {} for {} interfaces{}", decl_.name, g.counter,
@@ -116,9 +112,20 @@ class ReadinessObserver final : public Kiv::Reactor {
    ReadinessObserver(Pondo::Ptr<const Ptp::HwStatus> readinessHw, Pondo::Ptr<const Ptp::HwStatus> programmerHw,
                      Pondo::Ptr<const VyrPtp::PtpPipelineAggState> pipeline, Pondo::Ptr<const PtpActions> actions,
                      World& world)
-       : readinessHw_(this, std::move(readinessHw), Kiv::onAny<&ReadinessObserver::on_readinessHw>),
-         programmerHw_(this, std::move(programmerHw), Kiv::onAny<&ReadinessObserver::on_programmerHw>),
-         pipeline_(this, std::move(pipeline), Kiv::onAny<&ReadinessObserver::on_pipeline>),
+       : readinessHw_(this, std::move(readinessHw),
+                      Kiv::on<Ptp::HwStatus::intfStatus_t, &ReadinessObserver::handleReadinessIntfStatus>,
+                      Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForTxPacket_t>,
+                              &ReadinessObserver::handleReadinessIntfReady>,
+                      Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForRxPacket_t>,
+                              &ReadinessObserver::handleReadinessIntfReady>),
+         programmerHw_(this, std::move(programmerHw),
+                       Kiv::on<Ptp::HwStatus::intfStatus_t, &ReadinessObserver::handleProgrammerIntfStatus>,
+                       Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForTxPacket_t>,
+                               &ReadinessObserver::handleProgrammerIntfReady>,
+                       Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForRxPacket_t>,
+                               &ReadinessObserver::handleProgrammerIntfReady>),
+         pipeline_(this, std::move(pipeline),
+                   Kiv::on<VyrPtp::PtpPipelineAggState::generation_t, &ReadinessObserver::notePipeline>),
          actions_(std::move(actions)),
          world_(world) {}
 
@@ -128,46 +135,42 @@ class ReadinessObserver final : public Kiv::Reactor {
   private:
    // The verdict present when the observer starts counts as the first one.
    void onConstruct() override { notePipeline(); }
-   void on_readinessHw(const Kiv::Change& c) { follow(c, readinessHw_.get(), byReadiness, "readiness aggregator"); }
-   void on_programmerHw(const Kiv::Change& c) {
-      follow(c, programmerHw_.get(), byProgrammers, "programmer aggregator");
+   void handleReadinessIntfStatus(const IntfId& i) {
+      intfStatus(*readinessHw_, i, byReadiness, "readiness aggregator");
    }
-   void on_pipeline(const Kiv::Change& c) {
-      if (c.field == VyrPtp::PtpPipelineAggState::F::generation) notePipeline();
+   void handleReadinessIntfReady(const Ptp::HwIntfStatus& e) { intfReady(e, byReadiness, "readiness aggregator"); }
+   void handleProgrammerIntfStatus(const IntfId& i) {
+      intfStatus(*programmerHw_, i, byProgrammers, "programmer aggregator");
    }
+   void handleProgrammerIntfReady(const Ptp::HwIntfStatus& e) { intfReady(e, byProgrammers, "programmer aggregator"); }
    void notePipeline() {
       const Pondo::Generation g = pipeline_->generation();
       verdicts.push_back({Kiv::currentTime(), g});
       world_.log("readiness aggregator: pipeline {} for generation {}", g.flag ? "ready" : "NOT ready", g.counter);
    }
 
-   void follow(const Kiv::Change& c, const Ptp::HwStatus* hw, std::map<IntfId, Intf>& intfs, const char* who) {
-      const Ptp::HwIntfStatus* e;
-      if (c.source == hw) {  // an entry comes or goes
-         const IntfId i = c.keyAs<IntfId>();
-         intfs[i].present = c.kind == Kiv::Change::Kind::added;
-         if (!intfs[i].present) {
-            if (intfs[i].ready) intfs[i].history.emplace_back(Kiv::currentTime(), false);
-            intfs[i].ready = false;
-            world_.log("{}: {} has no entry any more", who, i);
-            return;
-         }
-         e = hw->intfStatus(i);
-      } else if (c.field == Ptp::HwIntfStatus::F::intfReadyForTxPacket ||
-                 c.field == Ptp::HwIntfStatus::F::intfReadyForRxPacket) {
-         e = static_cast<const Ptp::HwIntfStatus*>(c.source);
-      } else {
+   // An entry comes or goes.
+   void intfStatus(const Ptp::HwStatus& hw, IntfId i, std::map<IntfId, Intf>& intfs, const char* who) {
+      const Ptp::HwIntfStatus* e = hw.intfStatus(i);
+      intfs[i].present = e != nullptr;
+      if (!e) {
+         if (intfs[i].ready) intfs[i].history.emplace_back(Kiv::currentTime(), false);
+         intfs[i].ready = false;
+         world_.log("{}: {} has no entry any more", who, i);
          return;
       }
-      const bool ready = e->intfReadyForTxPacket() && e->intfReadyForRxPacket();
-      Intf& intf = intfs[e->intfId()];
+      intfReady(*e, intfs, who);
+   }
+   void intfReady(const Ptp::HwIntfStatus& e, std::map<IntfId, Intf>& intfs, const char* who) {
+      const bool ready = e.intfReadyForTxPacket() && e.intfReadyForRxPacket();
+      Intf& intf = intfs[e.intfId()];
       if (ready == intf.ready) return;
       intf.present = true;
       intf.ready = ready;
       intf.since = Kiv::currentTime();
       intf.generation = actions_->generation().counter;
       intf.history.emplace_back(intf.since, ready);
-      world_.log("{}: {} {} (actions at generation {})", who, e->intfId(), ready ? "ready" : "NOT ready",
+      world_.log("{}: {} {} (actions at generation {})", who, e.intfId(), ready ? "ready" : "NOT ready",
                  intf.generation);
    }
 

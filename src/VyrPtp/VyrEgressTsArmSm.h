@@ -48,6 +48,7 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
          swIndexToIntf
       };
    };
+   using pollInterface_t = Kiv::Field<VyrEgressTsArmLogicalFapSm, Kiv::Set<Wyx::IntfId>, F::pollInterface>;
    using Key = Asic::EgressTsSwTableKey;
    using Entry = Asic::EgressTimestampTable::Entry;
 
@@ -222,6 +223,8 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
          asicTimeFetcherWrapperCol
       };
    };
+   using logicalFapSm_t = Kiv::Field<VyrEgressTsArmAggregateSm,
+                                     Kiv::Collection<LogicalFapId, VyrEgressTsArmLogicalFapSm>, F::logicalFapSm>;
    // The shared timer wheel: 1 ms ticks over 655,350 ticks, timers of a tick
    // in the order they were set, room for 1,024 timers per bucket.
    static constexpr std::uint32_t timerWheelTickMsecs = 1;

@@ -22,6 +22,8 @@ class SimulatedChip : public Device {
    struct F {
       enum : Kiv::FieldId { sent, read };
    };
+   using sent_t = Kiv::Field<SimulatedChip, Kiv::Map<EgressTsSwTableKey, std::uint64_t>, F::sent>;
+   using read_t = Kiv::Field<SimulatedChip, Kiv::Map<EgressTsSwTableKey, std::uint64_t>, F::read>;
    explicit SimulatedChip(std::size_t fifoDepth = 8) : fifoDepth_(fifoDepth) {}
 
    // The chip's time: nanoseconds since the Unix epoch, plus a settable offset.
