@@ -65,7 +65,7 @@ PlatformEgressTsLogicalFapInfo::PlatformEgressTsLogicalFapInfo(LogicalFapId logi
 Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsInfo::addLogicalFapInfo(
     LogicalFapId id, std::uint8_t asicTimeId, Pondo::Ptr<const Asic::ChipInfo> chipInfo) {
    Kiv::kassert(std::getenv("SIMULATION_VMID"), "addLogicalFapInfo: This should only be called in testing!");
-   return logicalFapInfoIs(id, asicTimeId, std::move(chipInfo));
+   return logicalFapInfoIs(id, asicTimeId, chipInfo);
 }
 
 Pondo::Ptr<PlatformEgressTsLogicalFapInfo> platformEgressTsLogicalFapInfoFactory(
