@@ -93,9 +93,9 @@ class SimProgrammer final : public Kiv::Reactor {
    Kiv::ClockTimer timer_{Kiv::activityManager().clock(), [this] { report(); }};
 };
 
-// Follows what the aggregators publish: per interface when it became ready or
-// not ready, and the pipeline verdicts.
-class ReadinessObserver final : public Kiv::Reactor {
+// Follows one aggregator's published hardware status: per interface when it
+// became ready or not ready.
+class HwStatusView final : public Kiv::Reactor {
   public:
    struct Intf {
       bool present = false;
@@ -104,64 +104,33 @@ class ReadinessObserver final : public Kiv::Reactor {
       std::uint32_t generation = 0;                  // the action generation at that time
       std::vector<std::pair<double, bool>> history;  // (when, ready) at each change
    };
-   struct Verdict {
-      double at;
-      Pondo::Generation generation;
-   };
 
-   ReadinessObserver(Pondo::Ptr<const Ptp::HwStatus> readinessHw, Pondo::Ptr<const Ptp::HwStatus> programmerHw,
-                     Pondo::Ptr<const VyrPtp::PtpPipelineAggState> pipeline, Pondo::Ptr<const PtpActions> actions,
-                     World& world)
-       : readinessHw_(this, std::move(readinessHw),
-                      Kiv::on<Ptp::HwStatus::intfStatus_t, &ReadinessObserver::handleReadinessIntfStatus>,
-                      Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForTxPacket_t>,
-                              &ReadinessObserver::handleReadinessIntfReady>,
-                      Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForRxPacket_t>,
-                              &ReadinessObserver::handleReadinessIntfReady>),
-         programmerHw_(this, std::move(programmerHw),
-                       Kiv::on<Ptp::HwStatus::intfStatus_t, &ReadinessObserver::handleProgrammerIntfStatus>,
-                       Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForTxPacket_t>,
-                               &ReadinessObserver::handleProgrammerIntfReady>,
-                       Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForRxPacket_t>,
-                               &ReadinessObserver::handleProgrammerIntfReady>),
-         pipeline_(this, std::move(pipeline),
-                   Kiv::on<VyrPtp::PtpPipelineAggState::generation_t, &ReadinessObserver::notePipeline>),
+   HwStatusView(Pondo::Ptr<const Ptp::HwStatus> hw, Pondo::Ptr<const PtpActions> actions, const char* who, World& world)
+       : hw_(this, std::move(hw), Kiv::on<Ptp::HwStatus::intfStatus_t, &HwStatusView::handleIntfStatus>,
+             Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForTxPacket_t>,
+                     &HwStatusView::handleIntfReady>,
+             Kiv::on<Kiv::Inside<Ptp::HwStatus::intfStatus_t, Ptp::HwIntfStatus::intfReadyForRxPacket_t>,
+                     &HwStatusView::handleIntfReady>),
          actions_(std::move(actions)),
+         who_(who),
          world_(world) {}
 
-   std::map<IntfId, Intf> byReadiness, byProgrammers;
-   std::vector<Verdict> verdicts;
+   std::map<IntfId, Intf> intfs;
 
   private:
-   // The verdict present when the observer starts counts as the first one.
-   void onConstruct() override { notePipeline(); }
-   void handleReadinessIntfStatus(const IntfId& i) {
-      intfStatus(*readinessHw_, i, byReadiness, "readiness aggregator");
-   }
-   void handleReadinessIntfReady(const Ptp::HwIntfStatus& e) { intfReady(e, byReadiness, "readiness aggregator"); }
-   void handleProgrammerIntfStatus(const IntfId& i) {
-      intfStatus(*programmerHw_, i, byProgrammers, "programmer aggregator");
-   }
-   void handleProgrammerIntfReady(const Ptp::HwIntfStatus& e) { intfReady(e, byProgrammers, "programmer aggregator"); }
-   void notePipeline() {
-      const Pondo::Generation g = pipeline_->generation();
-      verdicts.push_back({Kiv::currentTime(), g});
-      world_.log("readiness aggregator: pipeline {} for generation {}", g.flag ? "ready" : "NOT ready", g.counter);
-   }
-
    // An entry comes or goes.
-   void intfStatus(const Ptp::HwStatus& hw, IntfId i, std::map<IntfId, Intf>& intfs, const char* who) {
-      const Ptp::HwIntfStatus* e = hw.intfStatus(i);
+   void handleIntfStatus(IntfId i) {
+      const Ptp::HwIntfStatus* e = hw_->intfStatus(i);
       intfs[i].present = e != nullptr;
       if (!e) {
          if (intfs[i].ready) intfs[i].history.emplace_back(Kiv::currentTime(), false);
          intfs[i].ready = false;
-         world_.log("{}: {} has no entry any more", who, i);
+         world_.log("{}: {} has no entry any more", who_, i);
          return;
       }
-      intfReady(*e, intfs, who);
+      handleIntfReady(*e);
    }
-   void intfReady(const Ptp::HwIntfStatus& e, std::map<IntfId, Intf>& intfs, const char* who) {
+   void handleIntfReady(const Ptp::HwIntfStatus& e) {
       const bool ready = e.intfReadyForTxPacket() && e.intfReadyForRxPacket();
       Intf& intf = intfs[e.intfId()];
       if (ready == intf.ready) return;
@@ -170,14 +139,48 @@ class ReadinessObserver final : public Kiv::Reactor {
       intf.since = Kiv::currentTime();
       intf.generation = actions_->generation().counter;
       intf.history.emplace_back(intf.since, ready);
-      world_.log("{}: {} {} (actions at generation {})", who, e.intfId(), ready ? "ready" : "NOT ready",
+      world_.log("{}: {} {} (actions at generation {})", who_, e.intfId(), ready ? "ready" : "NOT ready",
                  intf.generation);
    }
 
-   Kiv::Input<const Ptp::HwStatus> readinessHw_;
-   Kiv::Input<const Ptp::HwStatus> programmerHw_;
-   Kiv::Input<const VyrPtp::PtpPipelineAggState> pipeline_;
+   Kiv::Input<const Ptp::HwStatus> hw_;
    Pondo::Ptr<const PtpActions> actions_;
+   const char* who_;
+   World& world_;
+};
+
+// Follows what the aggregators publish: per interface when it became ready or
+// not ready (the readiness aggregator's verdicts, then the programmers'), and
+// the pipeline verdicts.
+class ReadinessObserver final : public Kiv::Reactor {
+  public:
+   struct Verdict {
+      double at;
+      Pondo::Generation generation;
+   };
+
+   ReadinessObserver(Pondo::Ptr<const Ptp::HwStatus> readinessHw, Pondo::Ptr<const Ptp::HwStatus> programmerHw,
+                     Pondo::Ptr<const VyrPtp::PtpPipelineAggState> pipeline, Pondo::Ptr<const PtpActions> actions,
+                     World& world)
+       : byReadiness(Kiv::make<HwStatusView>(std::move(readinessHw), actions, "readiness aggregator", world)),
+         byProgrammers(Kiv::make<HwStatusView>(std::move(programmerHw), actions, "programmer aggregator", world)),
+         pipeline_(this, std::move(pipeline),
+                   Kiv::on<VyrPtp::PtpPipelineAggState::generation_t, &ReadinessObserver::notePipeline>),
+         world_(world) {}
+
+   const Pondo::Ptr<HwStatusView> byReadiness, byProgrammers;
+   std::vector<Verdict> verdicts;
+
+  private:
+   // The verdict present when the observer starts counts as the first one.
+   void onConstruct() override { notePipeline(); }
+   void notePipeline() {
+      const Pondo::Generation g = pipeline_->generation();
+      verdicts.push_back({Kiv::currentTime(), g});
+      world_.log("readiness aggregator: pipeline {} for generation {}", g.flag ? "ready" : "NOT ready", g.counter);
+   }
+
+   Kiv::Input<const VyrPtp::PtpPipelineAggState> pipeline_;
    World& world_;
 };
 
@@ -274,7 +277,7 @@ class ReadinessModule final : public Module {
    void reportData(World& w, Json& out) override {
       if (!records_) return;
       out["generation"] = actions_->generation().counter;
-      auto state = [](const std::map<IntfId, ReadinessObserver::Intf>& m, IntfId i) {
+      auto state = [](const std::map<IntfId, HwStatusView::Intf>& m, IntfId i) {
          Json j;
          auto it = m.find(i);
          j["ready"] = it != m.end() && it->second.present && it->second.ready;
@@ -302,8 +305,8 @@ class ReadinessModule final : public Module {
          std::size_t chipReady = 0;
          for (IntfId i : c.interfaces) {
             Json& intf = intfs[i.name()];
-            intf["readinessAggregator"] = state(observer_->byReadiness, i);
-            intf["programmerAggregator"] = state(observer_->byProgrammers, i);
+            intf["readinessAggregator"] = state(observer_->byReadiness->intfs, i);
+            intf["programmerAggregator"] = state(observer_->byProgrammers->intfs, i);
             if (intf["readinessAggregator"]["ready"].boolean()) {
                ++chipReady;
             } else {
