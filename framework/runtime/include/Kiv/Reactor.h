@@ -139,7 +139,7 @@ template <class T, class... B>
 constexpr auto selfHandler() {
    void (*h)(Reactor*, T*, bool) = nullptr;
    (
-       [&h] {
+       [&] {
           if constexpr (requires { &B::template self<T>; }) h = &B::template self<T>;
        }(),
        ...);
