@@ -149,6 +149,13 @@ template <class... B>
 void dispatch(Pondo::Receiver* r, const Change& c) {
    (B::deliver(r, c), ...);
 }
+// Whether binding `B` names a field of entity type `E` (or of one of its bases).
+template <class B, class E>
+inline constexpr bool bindsTo = true;
+template <class F, auto H, class E>
+inline constexpr bool bindsTo<On<F, H>, E> = std::is_base_of_v<typename F::Entity, E>;
+template <class C, class A, auto H, class E>
+inline constexpr bool bindsTo<On<Inside<C, A>, H>, E> = std::is_base_of_v<typename C::Entity, E>;
 }  // namespace detail
 
 // An input registers its owner's handler with the watched entity, which calls
@@ -218,7 +225,9 @@ class Input final : public InputBase {
    Input(bool required, Reactor* owner, Pondo::Ptr<T> entity, B...)
        : InputBase(owner, required, &detail::dispatch<B...>),
          entity_(std::move(entity)),
-         onSelf_(detail::selfHandler<T, B...>()) {}
+         onSelf_(detail::selfHandler<T, B...>()) {
+      static_assert((detail::bindsTo<B, std::remove_const_t<T>> && ...), "a binding names a field of another entity");
+   }
 
    const Pondo::Publisher* entity() const override { return entity_.get(); }
    void selfHandler(const Pondo::Publisher* previous, bool initial) override;
