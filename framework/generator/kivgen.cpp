@@ -20,8 +20,8 @@
 //   }
 //
 // Each block becomes the class (field ids and names, typed fields, constructor,
-// accessors, members) followed by the declarations of its factory and maker,
-// which the generated source defines.
+// accessors, printed form, members) followed by the declarations of its
+// factory and maker; the generated source defines those and toString().
 //
 //   kivgen <input.kiv> <output.h> <output.cpp> <include path of the header>
 //
@@ -544,6 +544,9 @@ class HeaderWriter {
       constructor();
       accessors();
       add("");
+      add(std::string(kStep) + "// The entity in print: its type, then every field (Kiv/Print.h).");
+      add(std::string(kStep) + "std::string toString() const;");
+      add("");
       add("  private:");
       members();
       add("};");
@@ -571,6 +574,16 @@ class HeaderWriter {
       names.reserve(keys_.size());
       for (const Decl* k : keys_) names.push_back(k->name);
       return names;
+   }
+
+   // The definition of toString(), in the generated source.
+   std::string toStringDefinition() const {
+      std::vector<std::string> args{"\"" + (e_.ns.empty() ? "" : e_.ns + "::") + e_.name + "\"", "F::names"};
+      for (const Decl* d : fields_) args.push_back(d->name + "_");
+      const std::string head = "std::string " + e_.name + "::toString() const {";
+      const std::string line = head + " return Kiv::printed(" + join(args, ", ") + "); }";
+      if (line.size() <= kColumns) return line + "\n";
+      return head + "\n" + wrap(kStep, "return Kiv::printed(", args, ");") + "\n}\n";
    }
 
   private:
@@ -749,7 +762,7 @@ std::string header(const Description& description, const std::filesystem::path& 
 // ---------------------------------------------------------------- source
 
 std::string source(const Description& description, const std::filesystem::path& input, std::string_view includePath) {
-   std::string out = banner(input) + "#include \"" + std::string(includePath) + "\"\n";
+   std::string out = banner(input) + "#include \"" + std::string(includePath) + "\"\n\n#include \"Kiv/Print.h\"\n";
    std::optional<std::string> open;  // the namespace being written
    auto close = [&] {
       if (open && !open->empty()) out += "\n}  // namespace " + *open + "\n";
@@ -769,6 +782,7 @@ std::string source(const Description& description, const std::filesystem::path& 
       const std::string result = "Pondo::Ptr<" + e.name + "> ";
       out += function("", result + HeaderWriter::factoryName(e.name), writer.keyParams(), "", made) + "\n";
       out += function("", result + e.name + "Is", writer.keyParams(), "", made) + "\n";
+      out += "\n" + writer.toStringDefinition();
    }
    close();
    return out;

@@ -42,6 +42,9 @@ class Port : public Kiv::Entity {
    Kiv::Pass<std::string> label() const { return label_; }
    void labelIs(Kiv::Pass<std::string> v) { set(label_, v, F::label); }
 
+   // The entity in print: its type, then every field (Kiv/Print.h).
+   std::string toString() const;
+
   private:
    std::uint16_t number_;
    Pondo::String owner_;
@@ -103,6 +106,9 @@ class SAMPLE_EXPORT Switch : public Kiv::Entity {
    // Whether a port carries traffic; "{" is text.
    bool busy() const { return !active_.empty(); }
 
+   // The entity in print: its type, then every field (Kiv/Print.h).
+   std::string toString() const;
+
   private:
    Pondo::String name_;
    Kiv::Collection<std::uint16_t, Port> port_{this, F::port, "port"};
@@ -130,6 +136,9 @@ class Link : public Kiv::Entity {
    Kiv::Pass<std::uint32_t> id() const { return id_; }
    Kiv::Pass<Pondo::Ptr<Switch>> from() const { return from_; }
    Kiv::Pass<Pondo::Ptr<Switch>> via() const { return via_; }
+
+   // The entity in print: its type, then every field (Kiv/Print.h).
+   std::string toString() const;
 
   private:
    std::uint32_t id_;
@@ -162,6 +171,9 @@ class Network : public Kiv::Entity {
    }
    Pondo::Ptr<Link> linkDel(Kiv::Pass<std::uint32_t> k) { return link_.del(k); }
    void linkDelAll() { link_.delAll(); }
+
+   // The entity in print: its type, then every field (Kiv/Print.h).
+   std::string toString() const;
 
   private:
    Kiv::Collection<std::uint32_t, Link> link_{this, F::link, "link"};
