@@ -2,10 +2,17 @@
 // and a reader that acts on the writer's generation only.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <unordered_set>
 
+#include "Asic/CfControlTable.h"
+#include "Asic/EgressTimestampTable.h"
+#include "Interface/EthPhyIntfStatus.h"
 #include "Kiv/Reactor.h"
+#include "Ptp/HwConfig.h"
+#include "Ptp/Status.h"
 #include "VyrPtp/ActionTypes.h"
+#include "VyrPtp/VyrPtpIngressPipelineTypes.h"
 
 using namespace VyrPtp::ActionTypes;
 using Kiv::Change;
@@ -16,6 +23,27 @@ using Ptp::TransportMode;
 using Wyx::IntfId;
 
 namespace {
+
+// Every enumeration writes its name to a stream, found by argument lookup
+// without a using-declaration.
+template <class E>
+std::string streamed(E e) {
+   std::ostringstream os;
+   os << e;
+   return os.str();
+}
+TEST(Enumerations, StreamOutputIsTheName) {
+   EXPECT_EQ(streamed(FwdAction::snoop), "Snoop");
+   EXPECT_EQ(streamed(TsAction::cfTx), "CfTx");
+   EXPECT_EQ(streamed(Msg::sync), "Sync");
+   EXPECT_EQ(streamed(PtpVersion::v2), "v2");
+   EXPECT_EQ(streamed(Ptp::PortState::master), "master");
+   EXPECT_EQ(streamed(Ptp::Location::Location::externalPhy), "externalPhy");
+   EXPECT_EQ(streamed(Asic::PortType::cpu), "cpu");
+   EXPECT_EQ(streamed(Asic::EgressCFUpdateMode::none), "none");
+   EXPECT_EQ(streamed(Interface::OperStatus::up), "up");
+   EXPECT_EQ(streamed(VyrPtp::Ing1588IngressProfile(0)), Pondo::enumName(VyrPtp::Ing1588IngressProfile(0)));
+}
 
 // Records the changes an entity publishes.
 struct Recorder : Pondo::Subscriber {

@@ -52,6 +52,22 @@ TEST(PlatformEgressTsLogicalFapInfo, IntfInfoIsReplacesAnExistingInterface) {
    EXPECT_EQ(fap->intfInfo(IntfId("Et1/1"))->numBitsInAsicProvidedEgressTs, 30u);
 }
 
+TEST(PlatformEgressTsLogicalFapInfo, PrintsItsFieldsInOrder) {
+   auto fap = platformEgressTsInfoFactory()->logicalFapInfoIs(3, 5, chip(0));
+   fap->intfInfoIs({IntfId("Et1/1"), 32, {1, PortType::network}});
+   EXPECT_EQ(fmt::format("{}", *fap),
+             "VyrPtp::PlatformEgressTsLogicalFapInfo{logicalFapId: 3, asicTimeId: 5, chipInfo: Asic::ChipInfo, "
+             "chipInfoGif: Asic::GenericIf, intfInfo: {Ethernet1/1: PlatformEgressTsIntfInfo(intfId: Ethernet1/1, "
+             "numBitsInAsicProvidedEgressTs: 32, swTableIndex: (index: 1, portType: network))}}");
+}
+
+// The unit's types are named in its namespace, the egress table's and U3 too.
+TEST(PlatformEgressTsInfoTypes, TableTypesAreNamedInTheNamespace) {
+   static_assert(std::is_same_v<VyrPtp::EgressTimestampTable, Asic::EgressTimestampTable>);
+   static_assert(std::is_same_v<VyrPtp::EgressTimestampTable::Entry, Asic::EgressTimestampEntry>);
+   EXPECT_EQ(VyrPtp::U3(5).value(), 5);
+}
+
 TEST(PlatformEgressTsInfo, RecreatingWithAnotherChipIsAnError) {
    auto info = platformEgressTsInfoFactory();
    auto c = chip(0);

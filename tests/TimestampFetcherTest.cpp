@@ -362,8 +362,7 @@ TEST(GpioSampleStatusEnum, NamesValuesAndPrinting) {
    EXPECT_EQ(Pondo::enumFromValue<GpioSampleStatus>(1), GpioSampleStatus::ready);
    EXPECT_EQ(Pondo::enumFromValue<GpioSampleStatus>(3), std::nullopt);
    EXPECT_EQ(fmt::format("{}", GpioSampleStatus::stale), "stale");
-   std::ostringstream os;
-   using Pondo::operator<<;
+   std::ostringstream os;  // found by argument lookup, with no using-declaration
    os << GpioSampleStatus::ready;
    EXPECT_EQ(os.str(), "ready");
 }

@@ -195,6 +195,25 @@ TEST_F(Collector, MessagesSentAtKnownTimesArePublishedWithThoseTimes) {
    EXPECT_TRUE(traces.has(6, fmt::format("Valid timestamp {} with seqId 101", t1 & kLow32)));
 }
 
+// A poll read's completion traces as callbackTimestamp, of the collector's class.
+TEST_F(Collector, ACompletedPollReadTracesAsCallbackTimestamp) {
+   create();
+   enable(et1);
+   chip->send(slot1, 7);
+   traces.clear();
+   loop.runFor(0.004);
+   ASSERT_NE(published(et1), nullptr);
+   std::vector<std::string> messages;
+   for (const auto& r : traces.records) {
+      if (r.function != "callbackTimestamp") continue;
+      EXPECT_EQ(r.className, "VyrEgressTsArmLogicalFapSm");
+      messages.push_back(r.message);
+   }
+   ASSERT_EQ(messages.size(), 2u);
+   EXPECT_EQ(messages[0], "logicalFapId: 1, swTableKey: (index: 3, portType: network)");
+   EXPECT_TRUE(messages[1].starts_with("Valid timestamp ")) << messages[1];
+}
+
 TEST_F(Collector, OneEntryPerTickInTheOrderSent) {
    create();
    enable(et1);

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdlib>
 
+#include "Kiv/Print.h"
+
 namespace VyrPtp {
 
 std::string PlatformEgressTsIntfInfo::toString() const {
@@ -61,6 +63,11 @@ PlatformEgressTsLogicalFapInfo::PlatformEgressTsLogicalFapInfo(LogicalFapId logi
       asicTimeId_(asicTimeId),
       chipInfo_(std::move(chipInfo)),
       chipInfoGif_(chipInfo_ ? chipInfo_->gif() : nullptr) {}
+
+std::string PlatformEgressTsLogicalFapInfo::toString() const {
+   return Kiv::printed("VyrPtp::PlatformEgressTsLogicalFapInfo", F::names, logicalFapId_, asicTimeId_, chipInfo_,
+                       chipInfoGif_, intfInfo_);
+}
 
 Pondo::Ptr<PlatformEgressTsLogicalFapInfo> PlatformEgressTsInfo::addLogicalFapInfo(
     LogicalFapId id, std::uint8_t asicTimeId, Pondo::Ptr<const Asic::ChipInfo> chipInfo) {

@@ -223,7 +223,7 @@ void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
       }
       if (egressTsTable_) {
          egressTsTable_->read(
-             p.key, [this](const Key& k, const Entry& e, std::uint32_t r) { timestampRead(k, e, r); }, request);
+             p.key, [this](const Key& k, const Entry& e, std::uint32_t r) { callbackTimestamp(k, e, r); }, request);
       }
    }
 }
@@ -236,12 +236,10 @@ const VyrEgressTsArmLogicalFapSm::Polled* VyrEgressTsArmLogicalFapSm::unchangedS
 }
 
 void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& entry) {
-   timestampRead(key, entry, std::uint32_t(-1));
+   callbackTimestamp(key, entry, std::uint32_t(-1));
 }
 
-// `request` is the position in polled_ that the read was issued for (any
-// other value: unknown).
-void VyrEgressTsArmLogicalFapSm::timestampRead(const Key& key, const Entry& entry, std::uint32_t request) {
+void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& entry, std::uint32_t request) {
    trace(6, "logicalFapId: {}, swTableKey: (index: {}, portType: {})", logicalFapId_, key.index, key.portType);
    if (!entry.valid) {
       trace(6, "Invalid timestamp");

@@ -149,7 +149,9 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    // it was derived from (the slot map, the polled interfaces, the interface
    // infos) has changed since; else null, and the maps must be consulted.
    const Polled* unchangedSinceIssue(const Key& key, std::uint32_t request) const;
-   void timestampRead(const Key& key, const Entry& entry, std::uint32_t request);
+   // The completion of the poll read issued at position `request` of polled_
+   // (any other value: unknown).
+   void callbackTimestamp(const Key& key, const Entry& entry, std::uint32_t request);
 
    LogicalFapId logicalFapId_;
    Kiv::Input<const EgressTimestampIntfStatus> egressTimestampIntfStatus_;

@@ -12,6 +12,9 @@ namespace VyrPtp {
 
 enum class GpioSampleStatus : std::uint8_t { notAvailable = 0, ready = 1, stale = 2 };
 
+// Stream output of the enumerations above, found by argument-dependent lookup.
+using Pondo::operator<<;
+
 }  // namespace VyrPtp
 
 template <>

@@ -34,6 +34,9 @@ inline constexpr std::size_t ing1588IngressProfiles = 11;
 // are 0), in increasing order.
 VYRPTP_EXPORT std::span<const std::uint8_t> ing1588IngressProfileFlags(Ing1588IngressProfile profile);
 
+// Stream output of the enumerations above, found by argument-dependent lookup.
+using Pondo::operator<<;
+
 }  // namespace VyrPtp
 
 template <>

@@ -51,6 +51,9 @@ class TxCfControlTable : public HwTable<TxCfControlEntry> {
 inline Pondo::Ptr<RxCfControlTable> rxCfControlTableFactory() { return Kiv::make<RxCfControlTable>(); }
 inline Pondo::Ptr<TxCfControlTable> txCfControlTableFactory() { return Kiv::make<TxCfControlTable>(); }
 
+// Stream output of the enumerations above, found by argument-dependent lookup.
+using Pondo::operator<<;
+
 }  // namespace Asic
 
 template <>

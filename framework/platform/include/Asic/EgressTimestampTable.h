@@ -85,6 +85,9 @@ class EgressTimestampTable : public Kiv::Entity {
    std::uint64_t readsCompleted_ = 0;
 };
 
+// Stream output of the enumerations above, found by argument-dependent lookup.
+using Pondo::operator<<;
+
 }  // namespace Asic
 
 template <>

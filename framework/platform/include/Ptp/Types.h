@@ -29,6 +29,9 @@ enum class PtpVersion : std::uint8_t { v1 = 1, v2 = 2 };
 // Encapsulation of a PTP packet.
 enum class TransportMode : std::uint8_t { layer2 = 0, ipv4 = 1, ipv6 = 2 };
 
+// Stream output of the enumerations above, found by argument-dependent lookup.
+using Pondo::operator<<;
+
 }  // namespace Ptp
 
 template <>
