@@ -73,6 +73,37 @@ TEST_F(AsicTimeFile, ExistingFileIsReadyAtConstructionWithoutReadOrWrite) {
    EXPECT_TRUE(traces.has(8, "pollAsicTimeReady/proc/asic-time/1/ts now ready: true"));
 }
 
+// A reader that reacts to the opened file by asking for another attempt (the
+// file having gone again) is heard after the wake-up's attempt ends: that
+// attempt cannot stop the polling the second one needs.
+TEST_F(AsicTimeFile, AReopenAskedWhileAWakeUpPublishesRunsAfterIt) {
+   start(false, false);
+   EXPECT_EQ(sm->clock(), loop.clock());
+   ASSERT_EQ(sm->timeMin(), 1.0);
+   dir.write("1/ts", "0 0 0\n");
+   struct Reopen final : Pondo::Subscriber {
+      void onChange(const Pondo::Change&) override {
+         if (std::exchange(done, true)) return;
+         dir->remove("1/ts");
+         config->startPollingGenIdInc(1);
+      }
+      const TempDir* dir = nullptr;
+      AsicTimestampFileConfig* config = nullptr;
+      bool done = false;
+   } reopen;
+   reopen.dir = &dir;
+   reopen.config = config.get();
+   status->subscriberAdd(&reopen);
+   loop.runFor(1.0);
+   status->subscriberRemove(&reopen);
+   ASSERT_TRUE(reopen.done);
+   EXPECT_EQ(status->timestampFd(), -1);
+   EXPECT_EQ(sm->timeMin(), 2.0);  // still polling
+   dir.write("1/ts", "0 0 0\n");
+   loop.runFor(1.0);
+   EXPECT_TRUE(status->ready());
+}
+
 TEST_F(AsicTimeFile, MissingFileIsPolledEverySecond) {
    start(true, false);
    EXPECT_EQ(status->timestampFd(), -1);

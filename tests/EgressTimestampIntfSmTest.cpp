@@ -88,7 +88,7 @@ class EgressTest : public ::testing::Test {
       return c ? std::optional<ClockIdentity>(*c) : std::nullopt;
    }
    std::uint16_t refs(IntfId i) const {
-      const std::uint16_t* c = sm->intfRefCount().find(i);
+      const std::uint16_t* c = sm->intfRefCount(i);
       return c ? *c : 0;
    }
    std::set<IntfId> members(const Kiv::Collection<PortDSKey, VyrPtp::LagPortDSMember>& records,
@@ -152,7 +152,7 @@ TEST_F(EgressTest, Mode2SlaveIsPolledAndMasterGetsOneStep) {
    EXPECT_FALSE(polled(et1));
    EXPECT_FALSE(clock(et1));
    EXPECT_EQ(refs(et1), 0);
-   EXPECT_FALSE(sm->intfRefCount().contains(et1));
+   EXPECT_EQ(sm->intfRefCount(et1), nullptr);
    EXPECT_EQ(oneStep(et1), true);
    // Only while the interface is up.
    operIs(et1, OperStatus::down);
@@ -222,9 +222,16 @@ TEST_F(EgressTest, ConfigurationOrStatusEntryRemovedReevaluatesNothing) {
    configIs(et1, true);
    portIs(PortDSKey(et1), PortState::slave);
    create();
-   ASSERT_EQ(sm->intfConfigSmCount(), 1u);
+   ASSERT_EQ(sm->intfConfig().size(), 1u);
+   EXPECT_NE(sm->intfConfig(et1), nullptr);
+   EXPECT_NE(sm->intfStatus(et1), nullptr);
+   EXPECT_NE(sm->portDS(PortDSKey(et1)), nullptr);
+   EXPECT_TRUE(sm->enabledPortDS(PortDSKey(et1)));
+   ASSERT_NE(sm->intfRefCount(et1), nullptr);
+   EXPECT_EQ(*sm->intfRefCount(et1), 1u);
    hwConfig->intfConfigDel(et1);
-   EXPECT_EQ(sm->intfConfigSmCount(), 0u);
+   EXPECT_EQ(sm->intfConfig().size(), 0u);
+   EXPECT_EQ(sm->intfConfig(et1), nullptr);
    EXPECT_TRUE(polled(et1));  // until the port data set is next evaluated
    intfStatus->intfStatusDel(et1);
    EXPECT_TRUE(polled(et1));
@@ -406,7 +413,7 @@ TEST_F(EgressTest, MemberLeavingLagIsDroppedFromPollingAtTheNextEvaluation) {
    ASSERT_TRUE(polled(et4));
    memberDel(po1, et4);
    EXPECT_TRUE(polled(et4));  // until the LAG's port data set is evaluated
-   EXPECT_EQ(sm->programmedMemberSmCount(), 1u);
+   EXPECT_EQ(sm->programmedMember().size(), 1u);
    ptpStatus->portDS(key)->portStateIs(PortState::uncalibrated);
    EXPECT_FALSE(polled(et4));
    EXPECT_TRUE(polled(et3));
@@ -444,7 +451,7 @@ TEST_F(EgressTest, NewProgrammedMemberAloneEvaluatesNothing) {
    TraceCapture traces("EgressTimestampIntfSm");
    lagStatus->programmedLag(po1)->memberIs(et5);
    lagStatus->programmedMemberIs(et5);
-   EXPECT_EQ(sm->programmedMemberSmCount(), 2u);
+   EXPECT_EQ(sm->programmedMember().size(), 2u);
    EXPECT_TRUE(traces.records.empty());
    EXPECT_FALSE(polled(et5));
    lagStatus->programmedMember(et5)->lagIntfIdIs(po1);
@@ -498,7 +505,7 @@ TEST_F(EgressTest, RemovedPortDSIsDisabledAtOnceAndItsOneStepEntriesTurnFalse) {
    EXPECT_EQ(oneStep(et3), false);
    EXPECT_FALSE(polled(et2));
    EXPECT_EQ(oneStep(et2), false);  // entries are never deleted
-   EXPECT_EQ(sm->portDSSmCount(), 0u);
+   EXPECT_EQ(sm->portDS().size(), 0u);
    EXPECT_TRUE(sm->enabledPortDS().empty());
    EXPECT_TRUE(sm->oneStepCfUpdateEnabledLagPortDSMember().empty());
 }
@@ -552,12 +559,12 @@ TEST_F(EgressTest, BuiltOnPopulatedInputsEqualsWatchingThemFill) {
    EXPECT_EQ(polling(*out), (std::set<IntfId>{et1, et3, et4}));
    EXPECT_EQ(oneSteps(*out2), oneSteps(*out));
    EXPECT_EQ(clocks(*out2), clocks(*out));
-   EXPECT_EQ(sm2->intfStatusSmCount(), 5u);
-   EXPECT_EQ(sm2->intfConfigSmCount(), 3u);
-   EXPECT_EQ(sm2->portDSSmCount(), 4u);
+   EXPECT_EQ(sm2->intfStatus().size(), 5u);
+   EXPECT_EQ(sm2->intfConfig().size(), 3u);
+   EXPECT_EQ(sm2->portDS().size(), 4u);
    EXPECT_EQ(oneSteps(*out),
              (std::map<IntfId, bool>{{et1, false}, {et2, true}, {et3, false}, {et4, false}, {et5, false}}));
-   EXPECT_EQ(sm2->programmedMemberSmCount(), 2u);
+   EXPECT_EQ(sm2->programmedMember().size(), 2u);
 }
 
 TEST_F(EgressTest, DestructionLeavesTheStatusAsItStands) {

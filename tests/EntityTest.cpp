@@ -80,7 +80,7 @@ struct Recorder : Pondo::Subscriber {
       Kind kind;
    };
    explicit Recorder(const Pondo::Publisher* p = nullptr) : publisher(p) {
-      if (p) p->subscriberAdd(this);
+      if (p) p->subscriberAdd(this, true);  // the flag changes nothing
    }
    ~Recorder() {
       if (publisher) publisher->subscriberRemove(this);

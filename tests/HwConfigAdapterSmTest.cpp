@@ -83,7 +83,7 @@ TEST_F(HwConfigAdapterTest, EachInputEntryHasOneNestedMachineWatchingIt) {
 
    // Removing the machine alone re-derives the port from the input, which still has its entry.
    sm->ptpHwIntfConfigDel(et1);
-   EXPECT_EQ(sm->ptpHwIntfConfigCount(), 0u);
+   EXPECT_EQ(sm->ptpHwIntfConfig().size(), 0u);
    EXPECT_EQ(out(et1), (Entry{false, true}));
 }
 
@@ -300,7 +300,7 @@ TEST_F(HwConfigAdapterTest, BuiltOnPopulatedInputsEqualsWatchingThemFill) {
    auto sm2 = VyrPtp::hwConfigAdapterSmFactory(input, vcsd, output2);
    EXPECT_EQ(entries(*output2), watched);
    EXPECT_EQ(watched.size(), 3u);
-   EXPECT_EQ(sm2->ptpHwIntfConfigCount(), 3u);
+   EXPECT_EQ(sm2->ptpHwIntfConfig().size(), 3u);
 }
 
 }  // namespace

@@ -325,3 +325,24 @@ TEST(Makers, VyrPtpHwStatusSm) {
 }
 
 }  // namespace
+
+// What a machine offers an agent is public, the framework's hooks included.
+TEST(Operations, HooksAreCallable) {
+   static_assert(requires(VyrPtp::AggregatorSmNi & m) { m.handleInitialized(); });
+   static_assert(requires(VyrPtp::Programmer::AggregatorSm & m) { m.handleInitialized(); });
+   static_assert(requires(CorrectionField::VyrCfUpdateLogicalFapArmSm & m) {
+      m.handleInitialized();
+      m.onConstruct();
+      m.onDestruct();
+   });
+   static_assert(requires(VyrPtp::AsicTimestampFetcherWrapper & m) { m.handleInitialized(); });
+   static_assert(requires(VyrPtp::VyrEgressTsArmAggregateSm & m) { m.handleInitialized(); });
+   static_assert(requires(VyrPtp::EgressTimestampIntfSm::PortDSSm & m) { m.handlePortState(); });
+   using namespace VyrPtp;
+   auto sm = aggregatorSmNiFactory(Kiv::make<Ptp::HwStatus>("hw"), Programmer::ptpIntfInfoStatusFactory(),
+                                   Programmer::ptpPipelineInfoStatusFactory(), ActionTypes::ptpActionsFactory("a"));
+   const auto state = sm->pipelineAggState();
+   sm->handleInitialized();  // again: the aggregate state is kept
+   EXPECT_EQ(sm->pipelineAggState(), state);
+   EXPECT_NE(sm->pipelineInfoSm(), nullptr);
+}

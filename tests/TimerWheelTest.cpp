@@ -30,6 +30,14 @@ class TimerWheel : public ::testing::Test {
    Strings log;
 };
 
+// The wheel and its maker go by two names each.
+TEST_F(TimerWheel, KnownAlsoAsKivTimerWheelMadeByTimerWheelIs) {
+   static_assert(std::is_same_v<Kiv::TimerWheel, Brim::TimerWheel>);
+   Pondo::Ptr<Kiv::TimerWheel> other = Brim::timerWheelIs(loop.clock(), 10, 8, true, 4);
+   ASSERT_NE(other, nullptr);
+   EXPECT_NE(other, wheel);
+}
+
 TEST_F(TimerWheel, DeadlinesAreRoundedUpToTheNextTick) {
    auto a = timer("a"), b = timer("b"), c = timer("c");
    a->timeMinIs(0.015);

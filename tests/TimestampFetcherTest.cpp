@@ -50,6 +50,8 @@ TEST_F(TimestampFetcher, StartsWithOneRetryNoErrorsNoPreviousTime) {
    EXPECT_EQ(fetcher->errors(), 0u);
    EXPECT_EQ(fetcher->prevHpxTime(), 0u);
    EXPECT_EQ(fetcher->errorsInc(3), 3u);
+   fetcher->errorsIs(0);
+   EXPECT_EQ(fetcher->errors(), 0u);
    EXPECT_THROW(VyrPtp::timestampFetcherFactory(nullptr, config), Kiv::Error);
 }
 

@@ -39,8 +39,10 @@ class VYRPTP_EXPORT IntfInfoSm : public Kiv::NestedSm<AggregatorSmNi, const Prog
    // Sets both directions, transmit first.
    void intfReadyForPtpPacketIs(bool ready);
 
-  private:
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
+
+  private:
    void on_programmerInfo(const Pondo::String& programmerName);
    void on_generation(const Programmer::PtpProgrammerInfo& report);
 
@@ -62,8 +64,10 @@ class VYRPTP_EXPORT PipelineInfoSm : public Kiv::Reactor {
    // One readiness pass.
    void updateAggState();
 
-  private:
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
+
+  private:
    void on_programmerInfo(const Pondo::String& programmerName);
    void on_generation(const Programmer::PtpProgrammerInfo& report);
 
@@ -114,9 +118,10 @@ class VYRPTP_EXPORT AggregatorSmNi : public Kiv::Reactor {
    // hardware status entry exist, and removes it otherwise.
    void createIntfInfoSm(Wyx::IntfId k);
 
-  private:
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
 
+  private:
    // Declared so that teardown releases the interface machines, then the
    // pipeline machine, then the aggregate state, then the inputs.
    Kiv::Input<Ptp::HwStatus> hwStatus_;

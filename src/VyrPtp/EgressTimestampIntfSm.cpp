@@ -76,6 +76,19 @@ EgressTimestampIntfSm::EgressTimestampIntfSm(Pondo::Ptr<const Interface::AllEthP
 
 EgressTimestampIntfSm::~EgressTimestampIntfSm() = default;
 
+const EgressTimestampIntfSm::IntfConfigSm* EgressTimestampIntfSm::intfConfig(Wyx::IntfId i) const {
+   return intfConfig_.find(i);
+}
+const EgressTimestampIntfSm::IntfStatusSm* EgressTimestampIntfSm::intfStatus(Wyx::IntfId i) const {
+   return intfStatus_.find(i);
+}
+const EgressTimestampIntfSm::PortDSSm* EgressTimestampIntfSm::portDS(const PortDSKey& k) const {
+   return portDS_.find(k);
+}
+const EgressTimestampIntfSm::ProgrammedMemberSm* EgressTimestampIntfSm::programmedMember(Wyx::IntfId i) const {
+   return programmedMember_.find(i);
+}
+
 template <class Sm, class K, class E>
 void EgressTimestampIntfSm::nestedIs(Kiv::Collection<K, Sm>& nested, const K& key, const E* member) {
    Kiv::shadow(nested, key, member, [&] { return Kiv::make<Sm>(key, this, member); });

@@ -84,6 +84,8 @@ Pondo::Ptr<HwConfigAdapterSm::NestedSm_PtpHwIntfConfig> HwConfigAdapterSm::ptpHw
    return ptpHwIntfConfig_.del(intfId);
 }
 
+void HwConfigAdapterSm::ptpHwIntfConfigDelAll() { ptpHwIntfConfig_.delAll(); }
+
 void HwConfigAdapterSm::handleForwardPtpV1() {
    trace(8, "forwardPtpV1: {}", ptpHwConfig_->forwardPtpV1());
    outputPtpHwConfig_->forwardPtpV1Is(ptpHwConfig_->forwardPtpV1());

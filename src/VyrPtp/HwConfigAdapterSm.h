@@ -26,12 +26,13 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    const Vyr::VyrCommonSmData* vcsd() const { return vcsd_.get(); }
    Ptp::HwConfig* outputPtpHwConfig() const { return outputPtpHwConfig_.get(); }
    // The nested machines, one per input interface configuration.
-   std::size_t ptpHwIntfConfigCount() const { return ptpHwIntfConfig_.size(); }
    const NestedSm_PtpHwIntfConfig* ptpHwIntfConfig(Wyx::IntfId intfId) const;
+   const Kiv::Collection<Wyx::IntfId, NestedSm_PtpHwIntfConfig>& ptpHwIntfConfig() const { return ptpHwIntfConfig_; }
    // Makes the machine of the input entry of `intfId`, which must exist, or
    // returns the one watching it; one watching an earlier entry is replaced.
    Pondo::Ptr<NestedSm_PtpHwIntfConfig> ptpHwIntfConfigIs(Wyx::IntfId intfId);
    Pondo::Ptr<NestedSm_PtpHwIntfConfig> ptpHwIntfConfigDel(Wyx::IntfId intfId);
+   void ptpHwIntfConfigDelAll();
 
    void handleForwardPtpV1();
    void handleForwardUnicastApplicable();
@@ -52,10 +53,12 @@ class VYRPTP_EXPORT HwConfigAdapterSm : public Kiv::Reactor {
    void updateIntf(const Ptp::HwIntfConfig& config, Wyx::IntfId intfId);
    void deleteIntf(Wyx::IntfId intfId);
 
-  private:
-   void handleIntfConfig(Wyx::IntfId intfId);
+   // The framework's hooks, also callable directly.
    void onConstruct() override;
    void onDestruct() override;
+
+  private:
+   void handleIntfConfig(Wyx::IntfId intfId);
    // The output entry of `intfId` takes the input configuration of `source`, or goes if there is none.
    void copyConfig(Wyx::IntfId source, Wyx::IntfId intfId);
 
@@ -76,9 +79,11 @@ class HwConfigAdapterSm::NestedSm_PtpHwIntfConfig : public Kiv::NestedSm<HwConfi
    void handleEnabled();
    void handleDisableManagementMessageForwarding();
 
-  private:
+   // The framework's hooks, also callable directly.
    void onConstruct() override;
    void onDestruct() override;
+
+  private:
    void processChanges();
 
    Wyx::IntfId intfId_;

@@ -55,8 +55,10 @@ class VYRPTP_EXPORT AggregatorSm : public Kiv::Reactor {
    Pondo::Ptr<NestedSm_IntfStatus> intfStatusDel(const ProgrammerIntfId& k);
    void intfStatusDelAll();
 
-  private:
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
+
+  private:
    void on_intfStatus(const ProgrammerIntfId& k);
    void judge(const ProgrammerIntfId& k);
 

@@ -72,11 +72,13 @@ class VYRPTP_EXPORT VyrCfUpdateLogicalFapArmSm final : public Kiv::Reactor {
    void programAllIntfs();
    void programIntf(Wyx::IntfId intfId);
 
-  private:
-   void handleIntfInfo(Wyx::IntfId intfId);
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
    void onConstruct() override;
    void onDestruct() override;
+
+  private:
+   void handleIntfInfo(Wyx::IntfId intfId);
    void unprogrammed(Wyx::IntfId intfId);
 
    Kiv::Input<const PlatformCfUpdateLogicalFapInfo> cfUpdateLogicalFapInfo_;
@@ -161,8 +163,10 @@ class VYRPTP_EXPORT VyrCfUpdateArmSm final : public Kiv::Reactor {
    void handleLogicalFapInfo(LogicalFapId logicalFapId);
    void handleProgrammedStatus();
 
-  private:
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
+
+  private:
    void on_logicalFapInfo(LogicalFapId logicalFapId);
 
    Kiv::Input<const PlatformCfUpdateInfo> cfUpdateInfo_;

@@ -30,7 +30,7 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
       timerWheel_(Kiv::nonNull(timerWheel, "timerWheel")),
       simulation_(simulationVmidSet()),
-      kivTimerWheel_(timerWheel_, [this] { handleTimer(); }) {}
+      kivTimerWheel_(timerWheel_, [this] { run([this] { handleTimer(); }); }) {}
 
 // Changes heard during construction are ignored: onConstruct walks both inputs
 // once the table exists.

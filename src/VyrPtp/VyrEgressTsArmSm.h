@@ -129,11 +129,13 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    void sendFifoDrainReadReq(Wyx::IntfId intfId);
    void sendEgressTimestampReadReq();
 
+   // The framework's hooks, also callable directly.
+   void onConstruct() override;
+   void onDestruct() override;
+
   private:
    void on_physicalIntfNeedsPolling(Wyx::IntfId intfId);
    void on_intfInfo(Wyx::IntfId intfId);
-   void onConstruct() override;
-   void onDestruct() override;
    // The interface's slot; index 0 and port type 0 when the interface has no info.
    Key swTableKey(Wyx::IntfId intfId) const;
    void assertKeyMatches(const Key& key, Wyx::IntfId intfId) const;
@@ -196,11 +198,13 @@ class VYRPTP_EXPORT VyrEgressTsPollingAdapterSm final : public Kiv::Reactor {
    void handleLocation();
    void processPtpLocationAndPolling(Wyx::IntfId intfId);
 
+   // The framework's hooks, also callable directly.
+   void handleInitialized() override;
+
   private:
    void on_enabledPhysicalIntfConfig(Wyx::IntfId intfId);
    void on_location(const PtpTimestampLocationIntfConfig& entry);
    void on_physicalIntfNeedsPolling(Wyx::IntfId intfId);
-   void handleInitialized() override;
 
    Kiv::Input<const PtpTimestampLocationConfig> ptpTimestampLocationConfig_;
    Kiv::Input<const EgressTimestampIntfStatus> inputEgressTsIntfStatus_;
@@ -283,9 +287,11 @@ class VYRPTP_EXPORT VyrEgressTsArmAggregateSm final : public Kiv::Reactor {
    void handleLogicalFapInfo();
    void checkAllInputsPresent(LogicalFapId logicalFapId);
 
+   // The framework's hooks, also callable directly.
+   void handleInitialized() override;
+
   private:
    void on_logicalFapInfo(LogicalFapId logicalFapId);
-   void handleInitialized() override;
 
    Pondo::Ptr<const EgressTimestampIntfStatus> egressTimestampIntfStatus_;
    Kiv::Input<const PlatformEgressTsInfo> tsInterfaceInfo_;

@@ -303,7 +303,9 @@ AsicTimestampFileSm::AsicTimestampFileSm(Pondo::Ptr<const AsicTimestampFileConfi
               Kiv::on<AsicTimestampFileConfig::startPollingGenId_t, &AsicTimestampFileSm::handleStartPollingGenId>),
       status_(Kiv::nonNull(status, "status")),
       clock_(std::move(clock)) {
-   if (clock_) kivClock_.emplace(clock_, [this] { pollAsicTimeReady(); });
+   // A wake-up runs as a handler, so that what it publishes cannot start
+   // another attempt inside this one.
+   if (clock_) kivClock_.emplace(clock_, [this] { run([this] { pollAsicTimeReady(); }); });
 }
 
 void AsicTimestampFileSm::handleStartPollingGenId() { pollAsicTimeReady(); }

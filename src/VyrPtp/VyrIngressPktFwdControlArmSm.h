@@ -53,8 +53,10 @@ class VYRPTP_EXPORT VyrIngressPktFwdControlArmSm final : public Kiv::Reactor {
    void programEntries(const Pondo::String& chip);
    void programEntry(const Pondo::String& chip, Ing1588IngressProfile profile);
 
-  private:
+   // The framework's hooks, also callable directly.
    void handleInitialized() override;
+
+  private:
    void on_logicalFapInfo(LogicalFapId logicalFapId);
 
    Kiv::Input<const PlatformGlobalChipInfo> globalChipInfo_;

@@ -102,6 +102,9 @@ class VYRPTP_EXPORT VyrPtpHwStatusFapSm final : public Kiv::Reactor {
    void processIntfReady(Wyx::IntfId intfId);
    void processIntfReady();
 
+   // The framework's hooks, also callable directly.
+   void onConstruct() override;
+
   private:
    void on_intfInfo(Wyx::IntfId intfId);
    void on_intfConfig(Wyx::IntfId intfId);
@@ -113,7 +116,6 @@ class VYRPTP_EXPORT VyrPtpHwStatusFapSm final : public Kiv::Reactor {
    void on_state();
    void onTimeSyncStatus(const PtpTimeSync::SwitchStatus* previous, bool initial);
    void on_timestampFd(std::int32_t previous, std::int32_t now);
-   void onConstruct() override;
    void startAsicTimestampFileSm(const Platform::Attributes& attributes);
    // Whether a change of a shared input about `intfId` concerns this chip.
    bool chipHas(Wyx::IntfId intfId) const;

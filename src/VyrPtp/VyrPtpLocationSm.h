@@ -55,6 +55,9 @@ class VYRPTP_EXPORT VyrPtpLocationSm final : public Kiv::Reactor {
    void handleClockId();
    void computePtpLocation(Wyx::IntfId intfId);
 
+   // The framework's hooks, also callable directly.
+   void onConstruct() override;
+
   private:
    void on_ptpMode();
    void on_timestampLocation();
@@ -65,7 +68,6 @@ class VYRPTP_EXPORT VyrPtpLocationSm final : public Kiv::Reactor {
    void on_physicalIntfNeedsPolling(Wyx::IntfId intfId);
    void on_physicalIntfNeedsOneStepCfUpdate(Wyx::IntfId intfId);
    void on_clockId(Wyx::IntfId intfId);
-   void onConstruct() override;
    void updateIntf(Wyx::IntfId intfId);
 
    Kiv::Input<const Ptp::HwConfig> ptpHwConfig_;

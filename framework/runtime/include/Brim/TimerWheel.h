@@ -78,5 +78,12 @@ inline Pondo::Ptr<TimerWheel> TimerWheelIs(const Pondo::Ptr<Kiv::Clock>& clock, 
                                            std::uint32_t defaultBucketSize) {
    return Kiv::make<TimerWheel>(clock, tickMsecs, initialMaxTicks, preserveOrder, defaultBucketSize);
 }
+// The maker under the name the machines that share a wheel use for it.
+inline constexpr auto& timerWheelIs = TimerWheelIs;
 
 }  // namespace Brim
+
+namespace Kiv {
+// The wheel is one of the reactor framework's timers.
+using TimerWheel = Brim::TimerWheel;
+}  // namespace Kiv

@@ -181,7 +181,9 @@ class Publisher : public Object {
    // costs what a callback list's does (Kiv::on makes one per handler).
    using Handler = void (*)(Receiver*, const Change&);
 
-   void subscriberAdd(Subscriber* s) const { handlerAdd(s, &onChange); }
+   // The platform's publishers take a flag with each subscriber; every
+   // subscriber here is delivered to alike, so it changes nothing.
+   void subscriberAdd(Subscriber* s, [[maybe_unused]] bool flag = false) const { handlerAdd(s, &onChange); }
    void subscriberRemove(Subscriber* s) const { handlerRemove(s, &onChange); }
    // Delivers changes to `target` through `handler` while the target's
    // notifications are on, with one call per change: what state machine
