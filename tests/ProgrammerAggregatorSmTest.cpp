@@ -308,7 +308,13 @@ TEST_F(ProgrammerAggregatorSmTest, ANestedMachineFollowsItsNotifierAndForwardsIt
    status->intfStatus({"A", et1})->generationIs({2, false});
    EXPECT_EQ(traces.count(8, "handleIntfStatus: programmerType A, intfId Ethernet1/1"), 0u);
 
-   // The new one is, through onAttribute, judged under its own key; the
+   // onAttribute forwards a generation as if the record had published it.
+   traces.clear();
+   nested->onAttribute(IntfInfo::F::generation, Pondo::Generation{2, false});
+   EXPECT_EQ(traces.count(8, "handleIntfStatus: programmerType B, intfId Ethernet2/1"), 1u);
+   traces.clear();
+
+   // The new one is, through its binding, judged under its own key; the
    // aggregator's own machine for (B, et2) judges it as well.
    other->generationIs({2, false});
    EXPECT_EQ(traces.count(8, "handleIntfStatus: programmerType B, intfId Ethernet2/1"), 2u);

@@ -54,4 +54,21 @@ TEST_F(PtrThreads, LastUseDroppedOnAnotherThreadDestroysOnce) {
    }
 }
 
+// Unasked: once a second thread exists, counts are locked all the same.
+TEST(PtrThreadsUnasked, CountsLockOnceASecondThreadExists) {
+   std::atomic<int> gone{0};
+   Pondo::Ptr<Thing> shared(new Thing(&gone));
+   std::vector<std::thread> threads;
+   for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([shared] {
+         for (int i = 0; i < 20000; ++i) Pondo::Ptr<Thing> copy = shared;
+      });
+   }
+   EXPECT_TRUE(Pondo::multiThreaded());
+   for (auto& t : threads) t.join();
+   EXPECT_EQ(shared->references(), 1u);
+   shared = nullptr;
+   EXPECT_EQ(gone.load(), 1);
+}
+
 }  // namespace

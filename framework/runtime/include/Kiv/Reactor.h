@@ -174,12 +174,15 @@ class InputBase {
    void unsubscribe(const Pondo::Publisher* entity);
    Reactor* owner() const { return owner_; }
 
+  public:
+   // Runs the bindings for `c` as one of the owner's handlers (a replayed or
+   // forwarded change).
+   void dispatch(const Change& c);
+
   private:
    friend class Reactor;
    virtual const Pondo::Publisher* entity() const = 0;
    virtual void selfHandler(const Pondo::Publisher* previous, bool initial) = 0;
-   // Runs the handler for a replayed change.
-   void dispatch(const Change& c);
    void start();
 
    Reactor* owner_;
@@ -307,6 +310,13 @@ class NestedSm : public Reactor {
    T* notifier() const { return notifier_.get(); }
    // Attaches the machine to another entity, like replacing any input.
    void notifierIs(Pondo::Ptr<T> n) { notifier_ = std::move(n); }
+   // Forwards attribute `field` of the watched entity, now `value`, to the
+   // owner operation bound to it, as if the entity had published the change
+   // (the old value is not known: both are `value`).
+   template <class V>
+   void onAttribute(FieldId field, const V& value) {
+      notifier_.dispatch(Change{notifier_.get(), field, Change::Kind::attribute, 0, nullptr, &value, &value, nullptr});
+   }
 
   private:
    Input<T> notifier_;

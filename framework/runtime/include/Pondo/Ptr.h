@@ -1,6 +1,8 @@
 // Counted objects and the counted pointer that holds them.
 #pragma once
 
+#include <sys/single_threaded.h>
+
 #include <atomic>
 #include <compare>
 #include <cstdint>
@@ -14,11 +16,11 @@ namespace detail {
 inline std::atomic<bool> multiThreaded{false};
 }  // namespace detail
 
-// A process whose counted objects may be released from more than one thread
-// switches to locked use counts before it starts those threads. A
+// Use counts are locked once the process has a second thread (the C library
+// notes it when the thread is created, for good) or when asked for; a
 // single-threaded process keeps plain counts, which are several times cheaper.
 inline void multiThreadedIs(bool on) { detail::multiThreaded.store(on, std::memory_order_seq_cst); }
-inline bool multiThreaded() { return detail::multiThreaded.load(std::memory_order_relaxed); }
+inline bool multiThreaded() { return !__libc_single_threaded || detail::multiThreaded.load(std::memory_order_relaxed); }
 
 // Base of every counted object (entities, state machines). The count lives in
 // an atomic word either way, so plain counting is plain loads and stores.
