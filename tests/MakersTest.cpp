@@ -122,6 +122,9 @@ TEST(Makers, EgressTimestampIntfSm) {
    for (const auto& s : both(&egressTimestampIntfStatusFactory, &EgressTimestampIntfStatusIs, "egress")) {
       EXPECT_EQ(s->name(), "egress");
    }
+   // The one instance the machine writes needs no name.
+   EXPECT_EQ(egressTimestampIntfStatusFactory()->name(), "egressTimestampIntfStatus");
+   EXPECT_EQ(EgressTimestampIntfStatusIs()->name(), "egressTimestampIntfStatus");
    const Ptp::PortDSKey key(IntfId("Port-Channel1"));
    for (const auto& m : both(&lagPortDSMemberFactory, &LagPortDSMemberIs, key)) EXPECT_EQ(m->lagPortDSKey(), key);
 

@@ -251,9 +251,18 @@ TEST_F(HwStatusTest, PhyInterfaceWithoutIslandStatusIsNotReadyUntilTheIslandAppe
    EXPECT_FALSE(tx(et1));
    EXPECT_TRUE(ready(et3));
    EXPECT_TRUE(traces.has(8, "name: PhyIsland-Linecard"));
-   EXPECT_TRUE(traces.has(7, "fapId: 3, sliceName: Linecard3"));
-   EXPECT_TRUE(traces.has(7, "fapId: 4, sliceName: Linecard4"));
-   EXPECT_TRUE(traces.has(7, "intfId: Ethernet3/1, externalPhy: intfRxReady: true, intfTxReady: false"));
+   // Each chip is traced right before its status is set, which runs its pass.
+   auto at = [&](const std::string& message) {
+      for (std::size_t k = 0; k < traces.records.size(); ++k) {
+         if (traces.records[k].message == message) return k;
+      }
+      return traces.records.size();
+   };
+   EXPECT_LT(at("fapId: 3, sliceName: Linecard3"),
+             at("intfId: Ethernet3/1, externalPhy: intfRxReady: true, intfTxReady: false"));
+   EXPECT_LT(at("intfId: Ethernet3/1, externalPhy: intfRxReady: true, intfTxReady: false"),
+             at("fapId: 4, sliceName: Linecard4"));
+   EXPECT_LT(at("fapId: 4, sliceName: Linecard4"), traces.records.size());
    EXPECT_TRUE(traces.has(7,
                           "intfId: Ethernet3/1, timestampLocation: externalPhy, intfReadyForRx: true, "
                           "intfReadyForTx: false"));

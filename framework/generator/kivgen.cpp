@@ -8,6 +8,7 @@
 //   entity VYRPTP_EXPORT HwIntfConfig : Kiv::Entity {   <- macro and base optional
 //      key intfId: Wyx::IntfId;                         <- constructor argument
 //      key chip: Pondo::Ptr<const Chip> or null;        <- may be null (else refused)
+//      key name: Pondo::String = "main";                <- may be left out
 //      // Whether the interface takes part.             <- goes above the accessor
 //      attr enabled: bool = false;                      <- accessor and setter
 //      collection peer: Wyx::IntfId -> Peer(port: Port);  <- owned entities, made
@@ -251,10 +252,11 @@ Decl parseDecl(std::string_view decl, int line) {
    auto [name, rest] = nameAndRest(decl.substr(space, decl.size() - space - 1), decl, line);
    d.name = std::move(name);
    switch (d.kind) {
-      case Kind::key: d.type = typeOf(orNull(rest, d.nullable), "type", decl, line); break;
+      case Kind::key:
       case Kind::attr: {
          const auto equals = findTopLevel(rest, " = ");
-         d.type = typeOf(rest.substr(0, equals), "type", decl, line);
+         const std::string_view type = rest.substr(0, equals);
+         d.type = typeOf(d.kind == Kind::key ? orNull(type, d.nullable) : type, "type", decl, line);
          if (equals != std::string_view::npos) {
             d.init = trim(rest.substr(equals + 3));
             if (d.init.empty()) throw Error{line, "missing initial value after '=' in " + quote(decl)};
@@ -552,8 +554,8 @@ class HeaderWriter {
       add("};");
       add("");
       add("// Factory and maker of " + e_.name + ".");
-      add(wrap("", macro + "Pondo::Ptr<" + e_.name + "> " + factoryName(e_.name) + "(", keyParams(), ");"));
-      add(wrap("", macro + "Pondo::Ptr<" + e_.name + "> " + e_.name + "Is(", keyParams(), ");"));
+      add(wrap("", macro + "Pondo::Ptr<" + e_.name + "> " + factoryName(e_.name) + "(", keyParams(true), ");"));
+      add(wrap("", macro + "Pondo::Ptr<" + e_.name + "> " + e_.name + "Is(", keyParams(true), ");"));
       return out_;
    }
 
@@ -562,10 +564,13 @@ class HeaderWriter {
       return name + "Factory";
    }
 
-   std::vector<std::string> keyParams() const {
+   // With `defaults`, as declared: a key's default value follows it.
+   std::vector<std::string> keyParams(bool defaults) const {
       std::vector<std::string> params;
       params.reserve(keys_.size());
-      for (const Decl* k : keys_) params.push_back(pass(k->type) + " " + k->name);
+      for (const Decl* k : keys_) {
+         params.push_back(pass(k->type) + " " + k->name + (defaults && !k->init.empty() ? " = " + k->init : ""));
+      }
       return params;
    }
 
@@ -655,11 +660,11 @@ class HeaderWriter {
       inits.reserve(keys_.size());
       for (const Decl* k : keys_) inits.push_back(k->name + "_(" + checked(k->name, k->type, k->nullable) + ")");
       const std::string head = (keys_.size() == 1 ? "explicit " : "") + e_.name + "(";
-      const std::string line = std::string(kStep) + head + join(keyParams(), ", ") + ") : " + join(inits, ", ") + " {}";
+      const std::string line = std::string(kStep) + head + join(keyParams(true), ", ") + ") : " + join(inits, ", ") + " {}";
       if (line.size() <= kColumns) {
          add(line);
       } else {
-         add(wrap(kStep, head, keyParams(), ")"));
+         add(wrap(kStep, head, keyParams(true), ")"));
          add(wrap(std::string(kStep) + std::string(kContinuation), ": ", inits, " {}"));
       }
       if (keys_.size() > 1) {
@@ -780,8 +785,8 @@ std::string source(const Description& description, const std::filesystem::path& 
       HeaderWriter writer(e);
       const std::string made = "return Kiv::make<" + e.name + ">(" + join(writer.keyNames(), ", ") + ");";
       const std::string result = "Pondo::Ptr<" + e.name + "> ";
-      out += function("", result + HeaderWriter::factoryName(e.name), writer.keyParams(), "", made) + "\n";
-      out += function("", result + e.name + "Is", writer.keyParams(), "", made) + "\n";
+      out += function("", result + HeaderWriter::factoryName(e.name), writer.keyParams(false), "", made) + "\n";
+      out += function("", result + e.name + "Is", writer.keyParams(false), "", made) + "\n";
       out += "\n" + writer.toStringDefinition();
    }
    close();

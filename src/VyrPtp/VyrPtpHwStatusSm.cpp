@@ -323,14 +323,15 @@ void VyrPtpHwStatusSm::maybeSetPtpTimestampStatus(const Pondo::String& name) {
    trace(8, "name: {}", name);
    const Pondo::Ptr<const PtpTimestampStatus> island =
        dynamic_cast<const PtpTimestampStatus*>(ptpTimestampingStatusDir_->entityPtr(name));
-   std::vector<Pondo::Ptr<VyrPtpHwStatusFapSm>> chips;
+   std::vector<std::pair<Pondo::Ptr<VyrPtpHwStatusFapSm>, Pondo::Ptr<const PlatformUnitPortFapInfo>>> chips;
    for (const auto& [fapId, info] : unitPortInfo_->fapInfo()) {
       VyrPtpHwStatusFapSm* sm = hwStatusFapSm(fapId);
-      if (!sm || phyIslandName(info->sliceName()) != name) continue;
-      trace(7, "fapId: {}, sliceName: {}", fapId, info->sliceName());
-      chips.emplace_back(sm);
+      if (sm && phyIslandName(info->sliceName()) == name) chips.emplace_back(sm, info);
    }
-   for (const auto& sm : chips) sm->ptpTimestampingStatusIs(island);
+   for (const auto& [sm, info] : chips) {
+      trace(7, "fapId: {}, sliceName: {}", info->fapId(), info->sliceName());
+      sm->ptpTimestampingStatusIs(island);
+   }
 }
 
 void VyrPtpHwStatusSm::handleTimeSyncHwStatus(const Pondo::String& sliceName, const Pondo::String& chipName) {
@@ -341,14 +342,15 @@ void VyrPtpHwStatusSm::maybeSetTimeSyncStatus(const Pondo::String& sliceName, co
    trace(8, "sliceName: {}, chipName: {}", sliceName, chipName);
    const auto* hwStatus = dynamic_cast<const PtpTimeSync::HwStatus*>(timeSyncHwStatusDir_->entityPtr(sliceName));
    const Pondo::Ptr<const PtpTimeSync::SwitchStatus> switchStatus = hwStatus ? hwStatus->switchAsic(chipName) : nullptr;
-   std::vector<Pondo::Ptr<VyrPtpHwStatusFapSm>> chips;
+   std::vector<std::pair<Pondo::Ptr<VyrPtpHwStatusFapSm>, FapId>> chips;
    for (const auto& [fapId, info] : unitPortInfo_->fapInfo()) {
       VyrPtpHwStatusFapSm* sm = hwStatusFapSm(fapId);
-      if (!sm || info->sliceName() != sliceName || info->chipName() != chipName) continue;
-      trace(7, "fapId: {}, sliceName: {}, chipName: {}", fapId, sliceName, chipName);
-      chips.emplace_back(sm);
+      if (sm && info->sliceName() == sliceName && info->chipName() == chipName) chips.emplace_back(sm, fapId);
    }
-   for (const auto& sm : chips) sm->timeSyncStatusIs(switchStatus);
+   for (const auto& [sm, fapId] : chips) {
+      trace(7, "fapId: {}, sliceName: {}, chipName: {}", fapId, sliceName, chipName);
+      sm->timeSyncStatusIs(switchStatus);
+   }
 }
 
 // --- Factories ---------------------------------------------------------------------------------

@@ -71,7 +71,7 @@ class SAMPLE_EXPORT Switch : public Kiv::Entity {
                   F::big>;
    using active_t = Kiv::Field<Switch, Kiv::Set<std::uint16_t>, F::active>;
 
-   explicit Switch(Kiv::Pass<Pondo::String> name) : name_(name) {}
+   explicit Switch(Kiv::Pass<Pondo::String> name = "switch") : name_(name) {}
 
    Kiv::Pass<Pondo::String> name() const { return name_; }
 
@@ -118,8 +118,8 @@ class SAMPLE_EXPORT Switch : public Kiv::Entity {
 };
 
 // Factory and maker of Switch.
-SAMPLE_EXPORT Pondo::Ptr<Switch> switchFactory(Kiv::Pass<Pondo::String> name);
-SAMPLE_EXPORT Pondo::Ptr<Switch> SwitchIs(Kiv::Pass<Pondo::String> name);
+SAMPLE_EXPORT Pondo::Ptr<Switch> switchFactory(Kiv::Pass<Pondo::String> name = "switch");
+SAMPLE_EXPORT Pondo::Ptr<Switch> SwitchIs(Kiv::Pass<Pondo::String> name = "switch");
 
 class Link : public Kiv::Entity {
   public:
