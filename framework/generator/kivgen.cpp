@@ -660,7 +660,8 @@ class HeaderWriter {
       inits.reserve(keys_.size());
       for (const Decl* k : keys_) inits.push_back(k->name + "_(" + checked(k->name, k->type, k->nullable) + ")");
       const std::string head = (keys_.size() == 1 ? "explicit " : "") + e_.name + "(";
-      const std::string line = std::string(kStep) + head + join(keyParams(true), ", ") + ") : " + join(inits, ", ") + " {}";
+      const std::string line =
+          std::string(kStep) + head + join(keyParams(true), ", ") + ") : " + join(inits, ", ") + " {}";
       if (line.size() <= kColumns) {
          add(line);
       } else {
