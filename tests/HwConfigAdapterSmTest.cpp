@@ -97,7 +97,7 @@ TEST_F(HwConfigAdapterTest, CopiesGlobalFieldsWithTheirTraces) {
    create();
    EXPECT_TRUE(traces.has(8, "forwardPtpV1: false"));
    EXPECT_TRUE(traces.has(8, "mode: 0"));
-   EXPECT_TRUE(traces.has(8, "PTP timestamp location: chip"));
+   EXPECT_TRUE(traces.has(8, "PTP timestamp location: 0"));
    traces.clear();
    input->forwardPtpV1Is(true);
    input->forwardUnicastApplicableIs(true);
@@ -110,7 +110,7 @@ TEST_F(HwConfigAdapterTest, CopiesGlobalFieldsWithTheirTraces) {
    EXPECT_EQ(output->ptpMode(), Ptp::PtpMode(2));
    EXPECT_EQ(output->timestampLocation(), Ptp::Location::Location::externalPhy);
    std::vector<std::string> expected{"forwardPtpV1: true", "forwardUnicastApplicable: true", "g82751Enabled: true",
-                                     "mode: 2", "PTP timestamp location: externalPhy"};
+                                     "mode: 2", "PTP timestamp location: 1"};
    ASSERT_EQ(traces.records.size(), expected.size());
    for (std::size_t i = 0; i < expected.size(); ++i) {
       EXPECT_EQ(traces.records[i].level, 8u);

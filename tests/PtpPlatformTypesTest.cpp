@@ -38,7 +38,9 @@ TEST(PlatformEnums, PrintForTraces) {
    EXPECT_EQ(fmt::format("{}", Ptp::PtpMode(7)), "7");
    EXPECT_EQ(fmt::format("{}", Ptp::PortState(144)), "slaveVariant");
    EXPECT_EQ(fmt::format("{}", Ptp::PortState(143)), "unknown(143)");
-   EXPECT_EQ(fmt::format("{}", Ptp::Location::Location::externalPhy), "externalPhy");
+   // The location prints as its number, like the mode; its name is for scenarios and streams.
+   EXPECT_EQ(fmt::format("{}", Ptp::Location::Location::externalPhy), "1");
+   EXPECT_EQ(Pondo::enumName(Ptp::Location::Location::externalPhy), "externalPhy");
    EXPECT_EQ(fmt::format("{}", Vyr::VyrLagPortList{{IntfId("Ethernet1"), IntfId("Ethernet2")}}),
              "[Ethernet1, Ethernet2]");
 }

@@ -264,7 +264,7 @@ TEST_F(HwStatusTest, PhyInterfaceWithoutIslandStatusIsNotReadyUntilTheIslandAppe
              at("fapId: 4, sliceName: Linecard4"));
    EXPECT_LT(at("fapId: 4, sliceName: Linecard4"), traces.records.size());
    EXPECT_TRUE(traces.has(7,
-                          "intfId: Ethernet3/1, timestampLocation: externalPhy, intfReadyForRx: true, "
+                          "intfId: Ethernet3/1, timestampLocation: 1, intfReadyForRx: true, "
                           "intfReadyForTx: false"));
    // Removing the entity clears it from every chip.
    islandDir->entityPtrDel("PhyIsland-Linecard");
@@ -323,7 +323,7 @@ TEST_F(HwStatusTest, DisabledOrUnconfiguredInterfaceIsNotReady) {
    hwConfig->intfConfigDel(et1);
    EXPECT_FALSE(rx(et1) || tx(et1));
    EXPECT_TRUE(traces.has(7,
-                          "intfId: Ethernet3/1, timestampLocation: chip, intfReadyForRx: false, "
+                          "intfId: Ethernet3/1, timestampLocation: 0, intfReadyForRx: false, "
                           "intfReadyForTx: false"));
 }
 
@@ -436,7 +436,7 @@ TEST_F(HwStatusTest, TracesOfTheChipWalk) {
    EXPECT_TRUE(traces.has(7, "asicTimestampFileStatus: true"));
    EXPECT_TRUE(traces.has(7, "timeSyncStatus stable: true"));
    EXPECT_TRUE(traces.has(7,
-                          "intfId: Ethernet4/2, timestampLocation: chip, intfReadyForRx: true, "
+                          "intfId: Ethernet4/2, timestampLocation: 0, intfReadyForRx: true, "
                           "intfReadyForTx: true"));
 }
 

@@ -66,14 +66,14 @@ TEST_F(LocationTest, EnabledInterfaceWhosePhyTakesPartIsTimestampedAtThePhy) {
    EXPECT_EQ(entry(et1)->location(), Location::externalPhy);
    EXPECT_TRUE(sm->externalPhyPtpApplicable(et1));
    EXPECT_TRUE(sm->ptpSupportedOnPhy(et1));
-   EXPECT_TRUE(traces.has(7, "Ethernet1: location set to externalPhy with mode 2."));
+   EXPECT_TRUE(traces.has(7, "Ethernet1: location set to 1 with mode 2."));
 }
 
 TEST_F(LocationTest, TracesOfTheConstructionWalk) {
    externalPhyMode();
    phyTimestamped(et1);
    start();
-   EXPECT_TRUE(traces.has(8, "PTP timestamp location: externalPhy"));
+   EXPECT_TRUE(traces.has(8, "PTP timestamp location: 1"));
    EXPECT_TRUE(traces.has(7, "process PTP timestamp location on: Ethernet1"));
    EXPECT_TRUE(traces.has(8, "Ethernet1"));
    EXPECT_TRUE(traces.has(8, "Ethernet1: check if external PHY PTP is applicable"));
@@ -94,7 +94,7 @@ TEST_F(LocationTest, ModeTwoWithAnotherLocationRemovesEveryInterface) {
    EXPECT_TRUE(location->enabledPhysicalIntfConfig().empty());
    EXPECT_TRUE(traces.has(7, "disabling: Ethernet1"));
    EXPECT_TRUE(traces.has(7, "disabling: Ethernet2"));
-   EXPECT_TRUE(traces.has(8, "PTP timestamp location: chip"));
+   EXPECT_TRUE(traces.has(8, "PTP timestamp location: 0"));
 }
 
 // Only the numbers 2 and 1 count: another mode with the PHY location is no PHY timestamping.
@@ -110,7 +110,7 @@ TEST_F(LocationTest, OnlyModeTwoTimestampsAtThePhy) {
    hwConfig->ptpModeIs(Ptp::PtpMode(2));
    EXPECT_TRUE(entry(et1));
    EXPECT_TRUE(traces.has(8, "ptpMode: 2"));
-   EXPECT_TRUE(traces.has(8, "PTP timestamp location: externalPhy"));
+   EXPECT_TRUE(traces.has(8, "PTP timestamp location: 1"));
 }
 
 TEST_F(LocationTest, DisabledInterfaceIsRemovedEvenIfItsPhySupportsPtp) {
@@ -174,7 +174,7 @@ TEST_F(LocationTest, FullUpdateRunsItsFourStepsInOrder) {
    traces.clear();
    enable(et1);
    EXPECT_EQ(decisions(),
-             (std::vector<std::string>{"Ethernet1: location set to externalPhy with mode 2.",
+             (std::vector<std::string>{"Ethernet1: location set to 1 with mode 2.",
                                        "Ethernet1, intfNeedsOneStepCfUpdate: false",
                                        "Ethernet1, intfNeedsPolling: true", "Ethernet1, clockId: 00aabb.fffe.ccddee"}));
    std::vector<std::string> functions;

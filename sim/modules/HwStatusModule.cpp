@@ -159,7 +159,7 @@ class HwStatusModule final : public Module {
    void apply(const Event& e, World& w) override {
       if (e.kind == "timestampLocation") {
          hwConfig_->timestampLocationIs(location(e.body));
-         w.log("hw status: configured timestamp location {}", hwConfig_->timestampLocation());
+         w.log("hw status: configured timestamp location {}", Pondo::enumName(hwConfig_->timestampLocation()));
       } else if (e.kind == "phyTimeSync") {
          for (const auto& [key, on] : phyTimeSync(e.body)) {
             const IntfId intf = chipIntf(key);
