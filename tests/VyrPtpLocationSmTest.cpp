@@ -173,10 +173,9 @@ TEST_F(LocationTest, FullUpdateRunsItsFourStepsInOrder) {
    start();
    traces.clear();
    enable(et1);
-   EXPECT_EQ(decisions(),
-             (std::vector<std::string>{"Ethernet1: location set to 1 with mode 2.",
-                                       "Ethernet1, intfNeedsOneStepCfUpdate: false",
-                                       "Ethernet1, intfNeedsPolling: true", "Ethernet1, clockId: 00aabb.fffe.ccddee"}));
+   EXPECT_EQ(decisions(), (std::vector<std::string>{
+                              "Ethernet1: location set to 1 with mode 2.", "Ethernet1, intfNeedsOneStepCfUpdate: false",
+                              "Ethernet1, intfNeedsPolling: true", "Ethernet1, clockId: 00aabb.fffe.ccddee"}));
    std::vector<std::string> functions;
    for (const auto& r : traces.records) {
       if (r.level == 8 && r.message == "Ethernet1") functions.push_back(r.function);
