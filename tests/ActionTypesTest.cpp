@@ -103,6 +103,10 @@ TEST(TsActions, IsASetTrueWhenNonEmpty) {
    EXPECT_EQ(fmt::format("{}", s), "{Rx, CfTx}");
    EXPECT_EQ(s, (TsActions{TsAction::rx, TsAction::cfTx}));
    EXPECT_NE(s, (TsActions{TsAction::rx}));
+   EXPECT_EQ(s.tsAction(), (std::vector<TsAction>{TsAction::rx, TsAction::cfTx}));
+   // A value type: ordered and hashed like any other.
+   EXPECT_LT(TsActions{TsAction::rx}, s);
+   EXPECT_EQ((std::unordered_set<TsActions>{s, TsActions{TsAction::cfTx, TsAction::rx}, TsActions{}}.size()), 2u);
    s.tsActionDel(TsAction::rx);
    s.tsActionDel(TsAction::tx);
    EXPECT_EQ(s, TsActions{TsAction::cfTx});

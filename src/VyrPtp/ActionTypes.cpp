@@ -9,12 +9,19 @@ TsActions TsActions::fromString(std::string_view) {
    __builtin_unreachable();
 }
 
+std::vector<TsAction> TsActions::tsAction() const {
+   std::vector<TsAction> members;
+   for (const auto& [a, name] : Pondo::EnumInfo<TsAction>::names) {
+      if (tsAction(a)) members.push_back(a);
+   }
+   return members;
+}
+
 std::string TsActions::toString() const {
    std::string s = "{";
-   for (const auto& [a, name] : Pondo::EnumInfo<TsAction>::names) {
-      if (!tsAction(a)) continue;
+   for (TsAction a : tsAction()) {
       if (s.size() > 1) s += ", ";
-      s += name;
+      s += Pondo::enumName(a);
    }
    return s + "}";
 }
