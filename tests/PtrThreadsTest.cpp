@@ -23,9 +23,9 @@ class PtrThreads : public ::testing::Test {
    void TearDown() override { Pondo::multiThreadedIs(false); }
 };
 
-TEST_F(PtrThreads, ConcurrentCopiesBalance) {
-   std::atomic<int> gone{0};
-   Pondo::Ptr<Thing> shared(new Thing(&gone));
+// Four threads that take and drop uses of `shared`, started (the caller
+// joins them).
+std::vector<std::thread> copying(const Pondo::Ptr<Thing>& shared) {
    std::vector<std::thread> threads;
    for (int t = 0; t < 4; ++t) {
       threads.emplace_back([shared] {
@@ -35,7 +35,13 @@ TEST_F(PtrThreads, ConcurrentCopiesBalance) {
          }
       });
    }
-   for (auto& t : threads) t.join();
+   return threads;
+}
+
+TEST_F(PtrThreads, ConcurrentCopiesBalance) {
+   std::atomic<int> gone{0};
+   Pondo::Ptr<Thing> shared(new Thing(&gone));
+   for (auto& t : copying(shared)) t.join();
    EXPECT_EQ(shared->references(), 1u);
    EXPECT_EQ(gone.load(), 0);
    shared = nullptr;
@@ -58,12 +64,7 @@ TEST_F(PtrThreads, LastUseDroppedOnAnotherThreadDestroysOnce) {
 TEST(PtrThreadsUnasked, CountsLockOnceASecondThreadExists) {
    std::atomic<int> gone{0};
    Pondo::Ptr<Thing> shared(new Thing(&gone));
-   std::vector<std::thread> threads;
-   for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([shared] {
-         for (int i = 0; i < 20000; ++i) Pondo::Ptr<Thing> copy = shared;
-      });
-   }
+   std::vector<std::thread> threads = copying(shared);
    EXPECT_TRUE(Pondo::multiThreaded());
    for (auto& t : threads) t.join();
    EXPECT_EQ(shared->references(), 1u);
