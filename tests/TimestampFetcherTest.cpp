@@ -52,7 +52,6 @@ TEST_F(TimestampFetcher, StartsWithOneRetryNoErrorsNoPreviousTime) {
    EXPECT_EQ(fetcher->errorsInc(3), 3u);
    fetcher->errorsIs(0);
    EXPECT_EQ(fetcher->errors(), 0u);
-   EXPECT_THROW(VyrPtp::timestampFetcherFactory(nullptr, config), Kiv::Error);
 }
 
 TEST_F(TimestampFetcher, ActiveHpxIsTheNamedDeviceWithAnAccessObject) {
@@ -82,6 +81,18 @@ TEST_F(TimestampFetcher, WithoutActiveHpxCountersReadZeroAndGpioReady) {
    EXPECT_EQ(traces.count(8, "activeHpxHam does not exist"), 3u);
    EXPECT_TRUE(traces.has(8, "hpxGpioTimestampStatus"));
    EXPECT_TRUE(traces.has(8, "hpxGpioTimestampStatusFromOffset regOffset=64"));
+   EXPECT_EQ(ham->valueReads(), 0u);
+}
+
+// A missing status or configuration of time synchronisation is no active device.
+TEST_F(TimestampFetcher, WithoutTimeSyncEntitiesThereIsNoActiveHpx) {
+   for (auto made : {VyrPtp::timestampFetcherFactory(nullptr, config), VyrPtp::timestampFetcherFactory(status, nullptr),
+                     VyrPtp::timestampFetcherFactory(nullptr, nullptr)}) {
+      EXPECT_EQ(made->activeHpxHam(), nullptr);
+      EXPECT_FALSE(made->timestampReady());
+      EXPECT_EQ(made->readHpxCounter("ptp_timestamp"), 0u);
+      EXPECT_EQ(made->hpxGpioTimestampStatus(), GpioSampleStatus::ready);
+   }
    EXPECT_EQ(ham->valueReads(), 0u);
 }
 
@@ -159,22 +170,28 @@ TEST_F(TimestampFetcher, SimulationDoesNotValidateCounterText) {
    EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 0u);
 }
 
-// The environment counts when the fetcher is made, not at each read.
-TEST_F(TimestampFetcher, SimulationIsReadOnceAtCreationAndCanBeSetByTests) {
-   EXPECT_FALSE(fetcher->simulation());
-   setenv("SIMULATION_VMID", "1", 1);
+// The environment counts at each read, from the moment it is set; a test's
+// choice counts whatever the environment says.
+TEST_F(TimestampFetcher, SimulationFollowsTheEnvironmentUnlessATestChose) {
    ham->textIs("ptp_timestamp", "12ab");
+   EXPECT_FALSE(fetcher->simulation());
+   fetcher->readHpxCounter("ptp_timestamp");
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
+   setenv("SIMULATION_VMID", "1", 1);
+   EXPECT_TRUE(fetcher->simulation());
    EXPECT_EQ(fetcher->readHpxCounter("ptp_timestamp"), 12u);
    EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
+   unsetenv("SIMULATION_VMID");
+   fetcher->readHpxCounter("ptp_timestamp");
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 2u);
 
    fetcher->simulationIs(true);
    fetcher->readHpxCounter("ptp_timestamp");
-   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
-   unsetenv("SIMULATION_VMID");
-   auto simulated = VyrPtp::timestampFetcherFactory(status, config);
-   simulated->simulationIs(true);
-   simulated->readHpxCounter("ptp_timestamp");
-   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 1u);
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 2u);
+   setenv("SIMULATION_VMID", "1", 1);
+   fetcher->simulationIs(false);
+   fetcher->readHpxCounter("ptp_timestamp");
+   EXPECT_EQ(traces.count(0, "Error: The timestamp used isn't a valid U64: 12ab"), 3u);
 }
 
 // The device found by name is kept until time synchronisation changes.

@@ -368,10 +368,12 @@ TEST_F(Collector, LateEmptyDrainCompletionAfterDisablingPolls) {
    EXPECT_TRUE(sm->pollInterface().contains(et1));
 }
 
+// The environment counts when a timestamp completes, also if it was set after
+// the collector was made.
 TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
-   ::setenv("SIMULATION_VMID", "1", 1);
    create();
-   ::unsetenv("SIMULATION_VMID");  // read once, when the collector was made
+   EXPECT_FALSE(sm->simulation());
+   ::setenv("SIMULATION_VMID", "1", 1);
    EXPECT_TRUE(sm->simulation());
    enable(et1);
    chip->timeOffsetNsIs(std::int64_t(0x1234) - std::int64_t(chip->timeNs() & kLow32));
@@ -383,6 +385,12 @@ TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    EXPECT_EQ(published(et1)->sequenceId, 8);
    EXPECT_TRUE(traces.has(3, "Simulation mode, skip timestamp fetcher checks"));
    EXPECT_EQ(ham->valueReads(), fpgaReads);
+   ::unsetenv("SIMULATION_VMID");
+   EXPECT_FALSE(sm->simulation());
+   const U64 sent = chip->send(slot1, 9);
+   loop.runFor(0.004);
+   EXPECT_EQ(published(et1)->egressTime, sent);
+   EXPECT_GT(ham->valueReads(), fpgaReads);
 }
 
 TEST_F(Collector, SimulationModeCanBeChosenWithoutTheEnvironment) {
@@ -678,6 +686,20 @@ TEST_F(Aggregate, WithoutAsicTimeFilesEachChipGetsItsOwnFpgaFetcher) {
    EXPECT_NE(f1, f2);
    EXPECT_EQ(f1->ptpTimeSyncStatus(), timeSyncStatus.get());
    EXPECT_EQ(f1->ptpTimeSyncConfig(), timeSyncConfig.get());
+}
+
+// Without time synchronisation's entities the FPGA fetchers find no active
+// device: the collectors run and report their source not ready.
+TEST_F(Aggregate, WithoutTimeSyncEntitiesTheFpgaFetchersAreNotReady) {
+   sm = VyrPtp::vyrEgressTsArmAggregateSmFactory(status, tsInfo, nullptr, nullptr, em, glint);
+   ASSERT_NE(sm->logicalFapSm(1), nullptr);
+   EXPECT_FALSE(sm->logicalFapSm(1)->timestampFetcher()->timestampReady());
+   status->physicalIntfNeedsPollingIs(et1);
+   loop.runFor(0.02);
+   chip->send(slot1, 1);
+   loop.runFor(0.004);
+   EXPECT_TRUE(traces.has(1, "Failed to update egress timestamp: HW source for full TS not ready"));
+   EXPECT_EQ(glint->intfTimestamp(et1), nullptr);
 }
 
 TEST_F(Aggregate, WithAsicTimeFilesEachChipGetsAWrapperOnItsKernelUnit) {

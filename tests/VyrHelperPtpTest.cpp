@@ -143,6 +143,18 @@ TEST_F(AsicTimeConversion, WideningRecoversTheLatchedTimeProperty) {
 }
 
 // The detail text is written without printf; it must be printf's bytes.
+// The path templates read both as constants and as attributes, and compare by text.
+TEST(AsicTimeConstants, PathTemplatesOfTheAsicTimeFiles) {
+   using VyrPtp::AsicTimeConstants;
+   EXPECT_EQ(AsicTimeConstants::defaultTimestampPathFmt, "/proc/asic-time/%u/ts");
+   EXPECT_EQ(AsicTimeConstants().defaultCounterConfigPathFmt(), "/proc/asic-time/%u/cfg");
+   EXPECT_EQ(std::string(AsicTimeConstants::defaultCounterConfigPathFmt), "/proc/asic-time/%u/cfg");
+   EXPECT_FALSE(AsicTimeConstants::defaultTimestampPathFmt == "/proc/asic-time/%u/cfg");
+   char path[32];
+   std::snprintf(path, sizeof path, AsicTimeConstants::defaultTimestampPathFmt, 7u);
+   EXPECT_STREQ(path, "/proc/asic-time/7/ts");
+}
+
 TEST(DetailText, SameBytesAsPrintfOverRandomValues) {
    const std::uint64_t seed = 20261122;
    std::cout << "seed " << seed << "\n";

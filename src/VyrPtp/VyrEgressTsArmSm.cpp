@@ -29,7 +29,6 @@ VyrEgressTsArmLogicalFapSm::VyrEgressTsArmLogicalFapSm(
       statebaseEm_(std::move(statebaseEm)),
       timestampGlint_(Kiv::nonNull(timestampGlint, "timestampGlint")),
       timerWheel_(Kiv::nonNull(timerWheel, "timerWheel")),
-      simulation_(simulationVmidSet()),
       kivTimerWheel_(timerWheel_, [this] { run([this] { handleTimer(); }); }) {}
 
 // Changes heard during construction are ignored: onConstruct walks both inputs
@@ -256,7 +255,7 @@ void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& 
       assertKeyMatches(key, intfId);
    }
    U64 egressTime;
-   if (simulation_) {
+   if (simulation()) {
       trace(3, "Simulation mode, skip timestamp fetcher checks");
       egressTime = entry.timestamp;
    } else if (!timestampFetcher_->timestampReady()) {

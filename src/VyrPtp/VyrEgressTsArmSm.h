@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "Asic/EgressTimestampTable.h"
@@ -83,7 +84,7 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Brim::TimerWheel* timerWheel() const { return timerWheel_.get(); }
    // Timestamps are published as read from the chip, without a fetcher (see
    // simulationVmidSet()).
-   bool simulation() const { return simulation_; }
+   bool simulation() const { return simulation_.value_or(simulationVmidSet()); }
    void simulationIs(bool s) { simulation_ = s; }
    double pollingPeriod() const { return pollingPeriod_; }
    Asic::EgressTimestampTable* egressTsTable() const { return egressTsTable_.get(); }
@@ -162,7 +163,7 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Pondo::Ptr<Statebase::EntityManager> statebaseEm_;
    Pondo::Ptr<Ptp::HwTimestampStatus> timestampGlint_;
    Pondo::Ptr<Brim::TimerWheel> timerWheel_;
-   bool simulation_;
+   std::optional<bool> simulation_;  // chosen by a test, else the environment
    double pollingPeriod_ = defaultPollingPeriod;
    Pondo::Ptr<Asic::EgressTimestampTable> egressTsTable_;
    Kiv::Set<Wyx::IntfId> pollInterface_{this, F::pollInterface, "pollInterface"};

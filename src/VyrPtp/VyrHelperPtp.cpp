@@ -153,25 +153,26 @@ void TimestampFetcherBase::displayWarningIfIncorrect(U64 egressTimestamp, U32 as
 
 TimestampFetcher::TimestampFetcher(Pondo::Ptr<const PtpTimeSync::Status> ptpTimeSyncStatus,
                                    Pondo::Ptr<const PtpTimeSync::Config> ptpTimeSyncConfig)
-    : ptpTimeSyncStatus_(Kiv::nonNull(ptpTimeSyncStatus, "ptpTimeSyncStatus")),
-      ptpTimeSyncConfig_(Kiv::nonNull(ptpTimeSyncConfig, "ptpTimeSyncConfig")),
-      simulation_(simulationVmidSet()) {
-   ptpTimeSyncStatus_->subscriberAdd(this);
-   ptpTimeSyncConfig_->subscriberAdd(this);
+    : ptpTimeSyncStatus_(std::move(ptpTimeSyncStatus)), ptpTimeSyncConfig_(std::move(ptpTimeSyncConfig)) {
+   if (ptpTimeSyncStatus_) ptpTimeSyncStatus_->subscriberAdd(this);
+   if (ptpTimeSyncConfig_) ptpTimeSyncConfig_->subscriberAdd(this);
 }
 
 TimestampFetcher::~TimestampFetcher() {
-   ptpTimeSyncStatus_->subscriberRemove(this);
-   ptpTimeSyncConfig_->subscriberRemove(this);
+   if (ptpTimeSyncStatus_) ptpTimeSyncStatus_->subscriberRemove(this);
+   if (ptpTimeSyncConfig_) ptpTimeSyncConfig_->subscriberRemove(this);
 }
 
 // Changes inside a device's entry reach the configuration's subscribers too,
-// so a replaced access object is looked up again.
+// so a replaced access object is looked up again. Without time
+// synchronisation's status or configuration there is no active device.
 Hpx::Ham* TimestampFetcher::activeHpxHam() const {
    trace(8, "activeHpxHam");
    if (!activeHpxKnown_) {
-      const Pondo::String& name = ptpTimeSyncStatus_->activeHpx();
-      const PtpTimeSync::HpxConfig* hpx = name.empty() ? nullptr : ptpTimeSyncConfig_->hpx(name);
+      const PtpTimeSync::HpxConfig* hpx = nullptr;
+      if (ptpTimeSyncStatus_ && ptpTimeSyncConfig_ && !ptpTimeSyncStatus_->activeHpx().empty()) {
+         hpx = ptpTimeSyncConfig_->hpx(ptpTimeSyncStatus_->activeHpx());
+      }
       activeHpx_ = hpx ? hpx->ham().get() : nullptr;
       activeHpxKnown_ = true;
    }
@@ -194,8 +195,8 @@ U64 TimestampFetcher::readHpxCounter(const Pondo::String& name) const {
    const char* rest = nullptr;
    const U64 value = toU64(text, rest);
    // A clean number makes a record whose check says nothing: only text that
-   // fails it is copied into one.
-   if (!simulation_ && !Conversion::valid(text, rest)) Conversion(text, rest).assertValid();
+   // fails it is copied into one, unless this is a simulation.
+   if (!Conversion::valid(text, rest) && !simulation()) Conversion(text, rest).assertValid();
    return value;
 }
 
@@ -376,8 +377,8 @@ Pondo::Ptr<AsicTimestampFileSm> AsicTimestampFetcherWrapper::fileSmIs(Pondo::Ptr
 }
 
 void AsicTimestampFetcherWrapper::handleInitialized() {
-   fileConfigIs(fmt::sprintf(AsicTimeConstants::defaultTimestampPathFmt, unsigned(kernelUnitId_)),
-                fmt::sprintf(AsicTimeConstants::defaultCounterConfigPathFmt, unsigned(kernelUnitId_)), initCounter_,
+   fileConfigIs(fmt::sprintf(AsicTimeConstants::defaultTimestampPathFmt(), unsigned(kernelUnitId_)),
+                fmt::sprintf(AsicTimeConstants::defaultCounterConfigPathFmt(), unsigned(kernelUnitId_)), initCounter_,
                 waitForCounterInit_);
    fileStatusIs();
    Kiv::kassert(fileConfig(), "fileConfig()");

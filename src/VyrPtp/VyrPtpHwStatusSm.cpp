@@ -133,8 +133,8 @@ void VyrPtpHwStatusFapSm::onConstruct() {
 // The chip's kernel unit is its FAP number.
 void VyrPtpHwStatusFapSm::startAsicTimestampFileSm(const Platform::Attributes& attributes) {
    const unsigned unit = unitPortFapInfo_ ? unsigned(unitPortFapInfo_->fapId()) : kernelUnitWithoutChip;
-   const Pondo::String timestampPath = fmt::sprintf(AsicTimeConstants::defaultTimestampPathFmt, unit);
-   const Pondo::String counterConfigPath = fmt::sprintf(AsicTimeConstants::defaultCounterConfigPathFmt, unit);
+   const Pondo::String timestampPath = fmt::sprintf(AsicTimeConstants::defaultTimestampPathFmt(), unit);
+   const Pondo::String counterConfigPath = fmt::sprintf(AsicTimeConstants::defaultCounterConfigPathFmt(), unit);
    trace(7, "starting asicTimestampFileSm: timestampConfigFile {}, counterConfigFile: {}", timestampPath,
          counterConfigPath);
    asicTimestampFileConfig_ =
