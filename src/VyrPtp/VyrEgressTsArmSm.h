@@ -84,7 +84,7 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    Brim::TimerWheel* timerWheel() const { return timerWheel_.get(); }
    // Timestamps are published as read from the chip, without a fetcher (see
    // simulationVmidSet()).
-   bool simulation() const { return simulation_.value_or(simulationVmidSet()); }
+   bool simulation() const { return simulation_ ? *simulation_ : simulationVmidSet(); }
    void simulationIs(bool s) { simulation_ = s; }
    double pollingPeriod() const { return pollingPeriod_; }
    Asic::EgressTimestampTable* egressTsTable() const { return egressTsTable_.get(); }
