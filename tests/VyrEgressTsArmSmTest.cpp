@@ -368,8 +368,8 @@ TEST_F(Collector, LateEmptyDrainCompletionAfterDisablingPolls) {
    EXPECT_TRUE(sm->pollInterface().contains(et1));
 }
 
-// The environment counts when a timestamp completes, also if it was set after
-// the collector was made.
+// The environment counts from the next poll on, also if it was set after the
+// collector was made.
 TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    create();
    EXPECT_FALSE(sm->simulation());
@@ -391,6 +391,18 @@ TEST_F(Collector, SimulationModePublishesTheChipTimestampAsRead) {
    loop.runFor(0.004);
    EXPECT_EQ(published(et1)->egressTime, sent);
    EXPECT_GT(ham->valueReads(), fpgaReads);
+}
+
+// A completion called directly has no poll behind it: it looks at the environment itself.
+TEST_F(Collector, ACompletionCalledDirectlyLooksAtTheEnvironment) {
+   create();
+   enable(et1);
+   loop.runFor(0.004);  // a poll, in production mode, maps the slot
+   ::setenv("SIMULATION_VMID", "1", 1);
+   sm->callbackTimestamp(slot1, Asic::EgressTimestampEntry{5, 0x4321, true});
+   ASSERT_NE(published(et1), nullptr);
+   EXPECT_EQ(published(et1)->egressTime, 0x4321u);
+   EXPECT_EQ(published(et1)->sequenceId, 5);
 }
 
 TEST_F(Collector, SimulationModeCanBeChosenWithoutTheEnvironment) {

@@ -212,6 +212,7 @@ void VyrEgressTsArmLogicalFapSm::polledRebuild() {
 
 void VyrEgressTsArmLogicalFapSm::sendEgressTimestampReadReq() {
    trace(9, "logicalFapId: {}", logicalFapId_);
+   pollSimulation_ = simulation();
    if (polledStale_) polledRebuild();
    for (std::uint32_t request = 0; request < polled_.size(); ++request) {
       Polled& p = polled_[request];
@@ -235,7 +236,7 @@ const VyrEgressTsArmLogicalFapSm::Polled* VyrEgressTsArmLogicalFapSm::unchangedS
 }
 
 void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& entry) {
-   callbackTimestamp(key, entry, std::uint32_t(-1));
+   callbackTimestamp(key, entry, kNoRequest);
 }
 
 void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& entry, std::uint32_t request) {
@@ -255,7 +256,7 @@ void VyrEgressTsArmLogicalFapSm::callbackTimestamp(const Key& key, const Entry& 
       assertKeyMatches(key, intfId);
    }
    U64 egressTime;
-   if (simulation()) {
+   if (request == kNoRequest ? simulation() : pollSimulation_) {
       trace(3, "Simulation mode, skip timestamp fetcher checks");
       egressTime = entry.timestamp;
    } else if (!timestampFetcher_->timestampReady()) {

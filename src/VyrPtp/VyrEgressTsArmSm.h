@@ -152,8 +152,9 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    // it was derived from (the slot map, the polled interfaces, the interface
    // infos) has changed since; else null, and the maps must be consulted.
    const Polled* unchangedSinceIssue(const Key& key, std::uint32_t request) const;
-   // The completion of the poll read issued at position `request` of polled_
-   // (any other value: unknown).
+   // The completion of the poll read issued at position `request` of polled_;
+   // kNoRequest for a completion called directly.
+   static constexpr std::uint32_t kNoRequest = UINT32_MAX;
    void callbackTimestamp(const Key& key, const Entry& entry, std::uint32_t request);
 
    LogicalFapId logicalFapId_;
@@ -173,6 +174,9 @@ class VYRPTP_EXPORT VyrEgressTsArmLogicalFapSm final : public Kiv::Reactor {
    // pollInterface or the interface infos change: the poll walks an array.
    std::vector<Polled> polled_;
    bool polledStale_ = true;
+   // The simulation mode the last poll found: the completions of its reads go
+   // by it, so the environment is looked at once per poll.
+   bool pollSimulation_ = false;
    // Counts the changes of swIndexToIntf.
    std::uint32_t swIndexWrites_ = 1;
    Brim::TimerWheel::Timer kivTimerWheel_;
