@@ -141,7 +141,7 @@ double pollTicks(benchmark::State& state, bool simulation) {
 
 void chassisSizes(benchmark::internal::Benchmark* b) {
    for (int chips : {1, 8, 32}) {
-      for (int intfs : {1, 100, 1000}) b->Args({chips, intfs});
+      for (int intfs : {1, 10, 100, 1000}) b->Args({chips, intfs});
    }
    b->Args({1, 10000});
    b->ArgNames({"chips", "intfs"})->Unit(benchmark::kMicrosecond);
