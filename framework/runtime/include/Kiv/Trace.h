@@ -11,12 +11,13 @@
 
 #include <fmt/format.h>
 
-#include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <source_location>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "Pondo/Fatal.h"
@@ -42,14 +43,20 @@ struct TraceRecord {
 //
 //   trace(8, "intf: {}", intfId);       // compiles
 //   trace(8, "intf: {:d}", "Et1");      // does not: 'd' is no string format
+//
+// It keeps the literal's address alone: a record of two pointers is passed in
+// registers, so a trace that is off stores nothing at its call site.
 template <class... A>
 struct BasicTraceFormat {
-   template <std::convertible_to<std::string_view> S>
-   consteval BasicTraceFormat(const S& s, std::source_location l = std::source_location::current())  // NOLINT
-       : text(s), where(l) {}
-   fmt::format_string<A...> text;
+   template <std::size_t N>
+   consteval BasicTraceFormat(const char (&s)[N], std::source_location l = std::source_location::current())  // NOLINT
+       : text(s), where(l) {
+      [[maybe_unused]] const fmt::format_string<A...> checked(s);
+   }
+   const char* text;  // a string literal
    std::source_location where;
 };
+static_assert(sizeof(BasicTraceFormat<>) == 2 * sizeof(void*) && std::is_trivially_copyable_v<BasicTraceFormat<>>);
 // The format of a message with arguments `A` (not deduced from the format).
 template <class... A>
 using TraceFormat = BasicTraceFormat<std::type_identity_t<A>...>;
@@ -78,7 +85,7 @@ class Tracer {
 
   private:
    template <class... A>
-   [[gnu::noinline, gnu::cold]] void emitFormatted(TraceLevel level, const TraceFormat<A...>& f, const A&... a) const {
+   [[gnu::noinline, gnu::cold]] void emitFormatted(TraceLevel level, TraceFormat<A...> f, const A&... a) const {
       emit(level, f.where, fmt::vformat(f.text, fmt::make_format_args(a...)));
    }
 
@@ -139,7 +146,7 @@ using Pondo::fatal;
 
 // The failing side of kassert, kept out of line and away from hot code.
 template <class... A>
-[[noreturn, gnu::noinline, gnu::cold]] void kassertFailed(const TraceFormat<A...>& f, const A&... a) {
+[[noreturn, gnu::noinline, gnu::cold]] void kassertFailed(TraceFormat<A...> f, const A&... a) {
    fatal(fmt::vformat(f.text, fmt::make_format_args(a...)), f.where);
 }
 
