@@ -37,9 +37,10 @@ struct TraceRecord {
    std::string_view message;
 };
 
-// A message format together with where it was written. The format is checked
-// against the argument types at compile time, so a trace that is off in
-// production cannot hold a format that would fail once it is switched on:
+// A message format, a string literal, together with where it was written. The
+// format is checked against the argument types at compile time, so a trace
+// that is off in production cannot hold a format that would fail once it is
+// switched on:
 //
 //   trace(8, "intf: {}", intfId);       // compiles
 //   trace(8, "intf: {:d}", "Et1");      // does not: 'd' is no string format
