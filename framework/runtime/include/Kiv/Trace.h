@@ -17,7 +17,6 @@
 #include <source_location>
 #include <string>
 #include <string_view>
-#include <type_traits>
 #include <vector>
 
 #include "Pondo/Fatal.h"
@@ -51,13 +50,10 @@ template <class... A>
 struct BasicTraceFormat {
    template <std::size_t N>
    consteval BasicTraceFormat(const char (&s)[N], std::source_location l = std::source_location::current())  // NOLINT
-       : text(s), where(l) {
-      [[maybe_unused]] const fmt::format_string<A...> checked(s);
-   }
+       : text((static_cast<void>(fmt::format_string<A...>(s)), s)), where(l) {}
    const char* text;  // a string literal
    std::source_location where;
 };
-static_assert(sizeof(BasicTraceFormat<>) == 2 * sizeof(void*) && std::is_trivially_copyable_v<BasicTraceFormat<>>);
 // The format of a message with arguments `A` (not deduced from the format).
 template <class... A>
 using TraceFormat = BasicTraceFormat<std::type_identity_t<A>...>;
