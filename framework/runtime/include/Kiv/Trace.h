@@ -48,6 +48,7 @@ struct TraceRecord {
 // registers, so a trace that is off stores nothing at its call site.
 template <class... A>
 struct BasicTraceFormat {
+   // fmt's format string is built only for its check, then dropped.
    template <std::size_t N>
    consteval BasicTraceFormat(const char (&s)[N], std::source_location l = std::source_location::current())  // NOLINT
        : text((static_cast<void>(fmt::format_string<A...>(s)), s)), where(l) {}
